@@ -1,0 +1,403 @@
+// The inner loops of deflate decoding.
+//
+// One loop serves bytes and pairs; what becomes of a literal or a match is the business of a sink.
+//
+// What limits it is the chain from one table entry to the next, and the branch between literals and
+// matches that is often predicted wrong. A literal's chain is shift (1 cycle), mask (1), load (5);
+// a match's is twice that, through the distance. So the loop
+//   - takes from an entry all that it needs for the next lookup with a single shift;
+//   - looks the next entry up before it tops up the bit buffer, and before it copies a match: both
+//     then run beside the load;
+//   - decodes two symbols by one entry where they fit (see inflate_table.h).
+//
+// Bits. Topping up leaves 56 to 63 bits in hand, and all 64 bits of the buffer are bits of the
+// stream. Four entries of literals consume at most 44 of them and leave enough to look the next one
+// up; then the buffer is topped up. A match consumes at most 15 + 5 + 15 + 13 = 48 bits, or 16 + 28
+// with a literal in front, so between topping up and the end of a match nothing need be tested.
+// The lookup behind a match takes up to 11 bits more; at most 48 + 11 = 59 of the 64 in the buffer.
+//
+// Source. Each turn tops up at most twice, and before the first turn once; to top up reads 8 bytes
+// and goes on by at most 7. So a turn reads no further than 7 + 7 + 8 bytes from where the margin
+// of 24 was last seen.
+//
+// Room. A turn writes at most 4 entries of 2 literals, the literal in front of a match, and the
+// match, whose copy is rounded up to whole steps: 8 + 1 + 288 bytes, within the margin of 304, or
+// 8 + 1 + 1 pairs.
+//
+// Tried and dropped:
+//   - choosing between room and history for each match without a branch: 7 % slower than to decode
+//     beside the history and to copy the result (which the callers do where they can);
+//   - three literals between topping up, and testing before topping up a second time: 1 % slower;
+//   - single symbols in all entries: up to 20 % slower on text.
+
+#include "kernels/inflate_block.h"
+
+#include <string.h>
+
+#include <array>
+
+#include "frame/bytes.h"
+#include "kernels/target.h"
+
+namespace zebdc::kernels {
+namespace {
+
+constexpr int bitsRefilled = 56;
+constexpr int literalsBetweenRefills = 4;
+constexpr int longestMatch = 258;
+constexpr int vectorBytes = 16;
+constexpr int copyStep = 2 * vectorBytes;
+
+static_assert(literalsBetweenRefills * litLenRootBits + litLenRootBits <= bitsRefilled);
+static_assert(15 + 5 + 15 + 13 + litLenRootBits <= 64);
+static_assert(litLenRootBits + 5 + 15 + 13 <= bitsRefilled);
+static_assert(7 + 7 + 8 <= inflateSourceMargin);
+static_assert(2 * literalsBetweenRefills + 1 +
+                  (longestMatch + copyStep - 1) / copyStep * copyStep <=
+              inflateBytesMargin);
+static_assert(2 * literalsBetweenRefills + 1 + 1 <= inflatePairsMargin);
+
+// The bit buffer of a loop. `left` counts the bits in hand in its six low bits alone: entries are
+// subtracted from it as they are. The bits above those in hand are the stream's too, from bytes not
+// yet counted as taken; topping up writes the same bits there again.
+struct BitBuffer {
+  uint64_t bits;
+  uint64_t left;
+  const uint8_t* src;
+
+  ZEBDC_ALWAYS_INLINE explicit BitBuffer(const InflateInput& in)
+      : bits(in.bits), left(static_cast<uint64_t>(in.count)), src(in.src) {}
+
+  ZEBDC_ALWAYS_INLINE void refill() {
+    bits |= load<uint64_t>(src) << (left & 63);
+    src += 7 - (left >> 3 & 7);
+    left |= bitsRefilled;
+  }
+
+  ZEBDC_ALWAYS_INLINE void consume(uint64_t entry) {
+    bits >>= entry & 63;
+    left -= entry;
+  }
+
+  ZEBDC_ALWAYS_INLINE void save(InflateInput& in) const {
+    in.src = src;
+    in.count = static_cast<int>(left & 63);
+    in.bits = bits & ((uint64_t{1} << in.count) - 1);
+  }
+};
+static_assert(bitsRefilled == (63 & ~7), "left |= bitsRefilled adds the bytes taken");
+
+// The extra bits of a length or a distance. Its entry has neither flags nor count in the bytes that
+// the shifts look at.
+ZEBDC_ALWAYS_INLINE uint32_t extraBits(uint64_t entry, uint64_t bits) {
+  const uint64_t codeAndExtra = bits & ((uint64_t{1} << static_cast<uint8_t>(entry)) - 1);
+  return static_cast<uint32_t>(codeAndExtra >> (entry >> entryCodeBitsShift & 63));
+}
+
+// The entry of a subtable, the pointer to which has been consumed.
+ZEBDC_ALWAYS_INLINE uint64_t subtableEntry(const uint32_t* table, uint64_t pointer, uint64_t bits) {
+  const uint64_t width = pointer >> entryCodeBitsShift & entryCodeBitsMask;
+  return table[(pointer >> entryValueShift) + (bits & ((uint64_t{1} << width) - 1))];
+}
+
+ZEBDC_ALWAYS_INLINE void copyVector(const uint8_t* from, uint8_t* to) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
+                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
+
+// For a distance d below 16: the shuffle that repeats the first d bytes of a vector, and how many
+// bytes of it are whole repetitions.
+struct Repetition {
+  alignas(vectorBytes) uint8_t shuffle[vectorBytes];
+  uint8_t bytes;
+};
+
+constexpr std::array<Repetition, vectorBytes> makeRepetitions() {
+  std::array<Repetition, vectorBytes> repetitions{};
+  for (size_t distance = 1; distance < vectorBytes; ++distance) {
+    for (size_t i = 0; i < vectorBytes; ++i) {
+      repetitions[distance].shuffle[i] = static_cast<uint8_t>(i % distance);
+    }
+    repetitions[distance].bytes = static_cast<uint8_t>(vectorBytes - vectorBytes % distance);
+  }
+  return repetitions;
+}
+constexpr std::array<Repetition, vectorBytes> repetitions = makeRepetitions();
+
+// Copies a match of 3 to 258 bytes, forward in effect; writes up to a multiple of copyStep bytes.
+// Vectors do not overlap what they are copied from from a distance of 16 on; below, the period is
+// spread over a vector once and stored as often as need be.
+ZEBDC_ALWAYS_INLINE void copyMatch(const uint8_t* from, uint8_t* dst, uint32_t length,
+                                   uint32_t distance) {
+  uint8_t* const end = dst + length;
+  if (distance >= vectorBytes) {
+    do {
+      copyVector(from, dst);
+      copyVector(from + vectorBytes, dst + vectorBytes);
+      from += copyStep;
+      dst += copyStep;
+    } while (dst < end);
+  } else {
+    const Repetition& repetition = repetitions[distance];
+    const __m128i period =
+        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)),
+                         _mm_load_si128(reinterpret_cast<const __m128i*>(repetition.shuffle)));
+    do {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), period);
+      dst += repetition.bytes;
+    } while (dst < end);
+  }
+}
+
+// Sinks -------------------------------------------------------------------------------------------
+//
+// literals(entry)       writes both literals of an entry, keeps as many as it has
+// literal(entry)        writes the literal in front of a match, keeps it if there is one
+// accepts(...)          whether the match can be written
+// match(...)            writes it
+
+struct ByteSink {
+  uint8_t* dst;
+  uint8_t* const begin;
+
+  ZEBDC_ALWAYS_INLINE void literals(uint64_t entry) {
+    store<uint16_t>(dst, static_cast<uint16_t>(entry >> entryValueShift));
+    dst += entry >> entryCountShift & entryCountMask;
+  }
+
+  ZEBDC_ALWAYS_INLINE void literal(uint64_t entry) {
+    *dst = static_cast<uint8_t>(entry >> entryValueShift);
+    dst += entry >> entryCountShift & entryCountMask;
+  }
+};
+
+// Matches within the room, which is known to be long enough behind begin.
+struct FreeSink : ByteSink {
+  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+
+  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
+    copyMatch(dst - distance, dst, length, distance);
+    dst += length;
+  }
+};
+
+// Matches within the room.
+struct CheckedSink : FreeSink {
+  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t distance) const {
+    return distance <= static_cast<uint64_t>(dst - begin);
+  }
+};
+
+// A match of which the first bytes stand before `to`, at the end of the history, and the others
+// from begin on.
+ZEBDC_NOINLINE void copyStraddlingMatch(const uint8_t* historyEnd, uint32_t inHistory,
+                                        const uint8_t* begin, uint8_t* to, uint32_t length) {
+  memcpy(to, historyEnd - inHistory, inHistory);
+  to += inHistory;
+  for (; length > inHistory; --length) *to++ = *begin++;
+}
+
+// Matches within the history and the room.
+struct HistorySink : ByteSink {
+  const uint8_t* const historyEnd;
+
+  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+
+  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
+    const int64_t position = (dst - begin) - static_cast<int64_t>(distance);
+    if (static_cast<uint64_t>(-position - 1) < length - 1) {
+      copyStraddlingMatch(historyEnd, static_cast<uint32_t>(-position), begin, dst, length);
+    } else {
+      const int64_t toHistory = position >> 63 & (historyEnd - begin);
+      copyMatch(begin + position + toHistory, dst, length, distance);
+    }
+    dst += length;
+  }
+};
+
+struct PairSink {
+  ZebLZ77Pair* dst;
+
+  ZEBDC_ALWAYS_INLINE void literals(uint64_t entry) {
+    store(dst, static_cast<uint32_t>(entry >> entryValueShift & 0xFF));
+    store(dst + 1, static_cast<uint32_t>(entry >> entrySecondShift));
+    dst += entry >> entryCountShift & entryCountMask;
+  }
+
+  ZEBDC_ALWAYS_INLINE void literal(uint64_t entry) {
+    store(dst, static_cast<uint32_t>(entry >> entryValueShift & 0xFF));
+    dst += entry >> entryCountShift & entryCountMask;
+  }
+
+  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+
+  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
+    store(dst++, length | distance << 16);
+  }
+};
+
+// The loop ----------------------------------------------------------------------------------------
+
+// Runs while the source is not beyond lastSrc and the room not beyond lastDst, which hold at entry.
+// The bit buffer has been topped up.
+template <class Sink, class Element>
+ZEBDC_ALWAYS_INLINE void decodeSymbols(BitBuffer& buffer, Sink& sink, const InflateTables& tables,
+                                       const uint8_t* lastSrc, const Element* lastDst) {
+  const uint32_t* const litLen = tables.litLen;
+  const uint32_t* const distances = tables.distance;
+  const auto lookUp = [&] { return uint64_t{litLen[buffer.bits & litLenRootMask]}; };
+  uint64_t entry = lookUp();
+  do {
+    if (entry & entryLiterals) {
+      for (int i = 0; i < literalsBetweenRefills && (entry & entryLiterals); ++i) {
+        sink.literals(entry);
+        buffer.consume(entry);
+        entry = lookUp();
+      }
+      buffer.refill();
+      if (entry & entryLiterals) continue;
+    }
+
+    const BitBuffer bufferBefore = buffer;
+    Element* const dstBefore = sink.dst;
+    const auto stop = [&] {
+      buffer = bufferBefore;
+      sink.dst = dstBefore;
+    };
+
+    if (entry & entryException) {
+      if ((entry & entrySubtable) == 0) return;
+      buffer.consume(entry);
+      entry = subtableEntry(litLen, entry, buffer.bits);
+      if (entry & entryLiterals) {
+        sink.literals(entry);
+        buffer.consume(entry);
+        entry = lookUp();
+        buffer.refill();
+        continue;
+      }
+      if (entry & entryException) return stop();
+    }
+    sink.literal(entry);
+    const uint32_t length = static_cast<uint32_t>(entry >> entrySecondShift) + entryShortestMatch +
+                            extraBits(entry, buffer.bits);
+    buffer.consume(entry);
+
+    uint64_t distanceEntry = distances[buffer.bits & distanceRootMask];
+    if (distanceEntry & entryException) {
+      if ((distanceEntry & entrySubtable) == 0) return stop();
+      buffer.consume(distanceEntry);
+      distanceEntry = subtableEntry(distances, distanceEntry, buffer.bits);
+      if (distanceEntry & entryException) return stop();
+    }
+    const uint32_t distance = static_cast<uint32_t>(distanceEntry >> entryValueShift) +
+                              extraBits(distanceEntry, buffer.bits);
+    buffer.consume(distanceEntry);
+    if (!sink.accepts(distance)) return stop();
+
+    entry = lookUp();
+    buffer.refill();
+    sink.match(length, distance);
+  } while (buffer.src <= lastSrc && sink.dst <= lastDst);
+}
+
+ZEBDC_ALWAYS_INLINE bool hasMargins(const InflateInput& in, ptrdiff_t room, ptrdiff_t margin) {
+  return in.end - in.src >= inflateSourceMargin && room >= margin && in.count < 64;
+}
+
+template <class Sink>
+ZEBDC_ALWAYS_INLINE void decodeToRoom(InflateInput& in, InflateBytes& out, Sink sink,
+                                      const InflateTables& tables, const uint8_t* lastDst) {
+  BitBuffer buffer(in);
+  buffer.refill();
+  decodeSymbols<Sink, uint8_t>(buffer, sink, tables, in.end - inflateSourceMargin, lastDst);
+  buffer.save(in);
+  out.dst = sink.dst;
+}
+
+// Until inflateReach bytes stand behind begin the sink looks after matches that reach before it;
+// from there on none does.
+template <class Sink, class... Field>
+ZEBDC_ALWAYS_INLINE void decodeToBytes(InflateInput& in, InflateBytes& out,
+                                       const InflateTables& tables, Field... field) {
+  if (out.dst - out.begin < inflateReach && hasMargins(in, out.end - out.dst, inflateBytesMargin)) {
+    const uint8_t* const last = out.end - inflateBytesMargin;
+    const uint8_t* const lastNear = out.begin + (inflateReach - 1);
+    decodeToRoom(in, out, Sink{{out.dst, out.begin}, field...}, tables,
+                 last < lastNear ? last : lastNear);
+  }
+  if (out.dst - out.begin >= inflateReach &&
+      hasMargins(in, out.end - out.dst, inflateBytesMargin)) {
+    decodeToRoom(in, out, FreeSink{{out.dst, out.begin}}, tables, out.end - inflateBytesMargin);
+  }
+}
+
+ZEBDC_ALWAYS_INLINE void decodeToPairs(InflateInput& in, InflatePairs& out,
+                                       const InflateTables& tables) {
+  if (!hasMargins(in, out.end - out.dst, inflatePairsMargin)) return;
+  BitBuffer buffer(in);
+  PairSink sink = {out.dst};
+  buffer.refill();
+  decodeSymbols<PairSink, ZebLZ77Pair>(buffer, sink, tables, in.end - inflateSourceMargin,
+                                       out.end - inflatePairsMargin);
+  buffer.save(in);
+  out.dst = sink.dst;
+}
+
+ZEBDC_ALWAYS_INLINE size_t expandPairs(const ZebLZ77Pair* pairs, size_t count, InflateBytes& out) {
+  if (out.end - out.dst < inflateBytesMargin) return 0;
+  const uint8_t* const lastDst = out.end - inflateBytesMargin;
+  uint8_t* dst = out.dst;
+  size_t i = 0;
+  for (; i < count && dst <= lastDst; ++i) {
+    const uint32_t length = pairs[i].length;
+    const uint32_t distance = pairs[i].offset;
+    if (distance == 0) {
+      *dst++ = static_cast<uint8_t>(length);
+      continue;
+    }
+    if (distance > static_cast<uint64_t>(dst - out.begin) || length > longestMatch) break;
+    copyMatch(dst - distance, dst, length, distance);
+    dst += length;
+  }
+  out.dst = dst;
+  return i;
+}
+
+}  // namespace
+
+#define ZEBDC_INFLATE_KERNELS                                                             \
+  void toBytes(InflateInput& in, InflateBytes& out, const InflateTables& tables) {        \
+    decodeToBytes<CheckedSink>(in, out, tables);                                          \
+  }                                                                                       \
+  void toBytesWithHistory(InflateInput& in, InflateBytes& out, const uint8_t* historyEnd, \
+                          const InflateTables& tables) {                                  \
+    decodeToBytes<HistorySink>(in, out, tables, historyEnd);                              \
+  }                                                                                       \
+  void toPairs(InflateInput& in, InflatePairs& out, const InflateTables& tables) {        \
+    decodeToPairs(in, out, tables);                                                       \
+  }                                                                                       \
+  size_t expand(const ZebLZ77Pair* pairs, size_t count, InflateBytes& out) {              \
+    return expandPairs(pairs, count, out);                                                \
+  }                                                                                       \
+  constexpr InflateKernels kernels = {toBytes, toBytesWithHistory, toPairs, expand};
+
+namespace baseline {
+namespace {
+ZEBDC_INFLATE_KERNELS
+}
+}  // namespace baseline
+
+// Shifts by a count in any register, and the extraction of low bits in one instruction.
+ZEBDC_BEGIN_AVX2
+namespace avx2 {
+namespace {
+ZEBDC_INFLATE_KERNELS
+}
+}  // namespace avx2
+ZEBDC_END_TARGET
+
+const InflateKernels inflateKernels[tierCount] = {baseline::kernels, baseline::kernels,
+                                                  avx2::kernels, avx2::kernels};
+
+}  // namespace zebdc::kernels

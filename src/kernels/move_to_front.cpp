@@ -1,0 +1,676 @@
+// Move-to-front kernels.
+//
+// Block-sorted data is made of short runs: half to nine tenths of its ranks are 0, and those need
+// no list. So a piece of the input is transformed in three steps over a buffer on the stack:
+//
+//   gather    the bytes that change the list (forward: the first byte of each run; inverse: the
+//             ranks other than 0), closed up, with one mark bit for each byte of the piece;
+//   core      the list walk over the gathered bytes alone, each replaced by its result;
+//   scatter   results back to the marked places. Between them the forward transform writes zeros
+//             and the inverse repeats the result before.
+//
+// The core keeps the front of the list in one vector register. Moving position p to the front is
+// one shuffle by a control vector from a table, row p; a value whose position lies behind the
+// register takes the slow path, which carries the displaced byte along through memory.
+//
+// The inverse core depends on nothing but that shuffle from one byte to the next. The forward core
+// must find the value first, and its chain is long:
+//
+//   broadcast -> compare -> mask to general register -> bit scan -> load control -> shuffle
+//
+// 16 cycles with 128-bit registers, 25 with 512-bit ones, whereas the work itself fills 2 to 4. So
+// the gathered bytes are cut into four segments that are walked side by side. The list with which a
+// segment starts is known beforehand: the values of the segment before it, latest first, then the
+// others in the order they had.
+//
+// Where many values are far from the front, as in sorted machine code, the slow path's branch is
+// mispredicted too often. There AVX-512 keeps all positions in registers by value and goes without
+// any branch: twice as fast on such data, 1.5 times slower on text.
+//
+// Tried and no faster: two chains instead of four; two bytes to the step of the branch-free core;
+// the first 128 list entries of the inverse without a branch; the 128-bit steps compiled for AVX2.
+
+#include "kernels/move_to_front.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <array>
+
+#include "frame/compiler.h"
+#include "kernels/target.h"
+
+namespace zebdc::kernels {
+namespace {
+
+constexpr int listSize = 256;
+constexpr int pieceSize = 8192;
+constexpr int chainCount = 4;
+
+// Below this number of gathered bytes the lists of the segments cost more than they save.
+constexpr int chainMinimum = 512;
+
+// Text has some 70 different values in a segment, machine code 150 and more.
+constexpr int manyValues = 110;
+
+// Vector loads and stores at the gathered bytes may touch this many bytes on either side.
+constexpr int gatherMargin = 64;
+
+struct Piece {
+  alignas(64) uint8_t room[gatherMargin + pieceSize + gatherMargin];
+  alignas(64) uint8_t marks[pieceSize / 8];  // bit i % 8 of byte i / 8: byte i was gathered
+
+  uint8_t* gathered() { return room + gatherMargin; }
+};
+
+// The byte-wide tables are indexed by the eight marks of eight bytes.
+struct Tables {
+  alignas(64) uint8_t pick[256][8];    // gather: the marked bytes, closed up
+  alignas(64) uint8_t place[256][8];   // forward scatter: the k-th result at the k-th mark, else 0
+  alignas(64) uint8_t repeat[256][8];  // inverse scatter: how many marks stand at or before a byte
+  alignas(64) uint8_t count[256];
+  alignas(64) uint8_t toFront16[16][16];  // row p moves byte p to the front
+  alignas(64) uint8_t toFront64[64][64];
+  alignas(64) uint8_t iota[64];
+};
+
+template <size_t size>
+constexpr void fillToFront(uint8_t (&rows)[size][size]) {
+  for (size_t p = 0; p < size; ++p) {
+    for (size_t i = 0; i < size; ++i) {
+      rows[p][i] = static_cast<uint8_t>(i == 0 ? p : (i <= p ? i - 1 : i));
+    }
+  }
+}
+
+constexpr Tables makeTables() {
+  constexpr uint8_t zeroByte = 0x80;
+  Tables t{};
+  for (unsigned marks = 0; marks < 256; ++marks) {
+    uint8_t count = 0;
+    for (uint8_t i = 0; i < 8; ++i) {
+      const bool marked = (marks >> i & 1) != 0;
+      t.place[marks][i] = marked ? count : zeroByte;
+      if (marked) t.pick[marks][count++] = i;
+      t.repeat[marks][i] = count;
+    }
+    for (int i = count; i < 8; ++i) t.pick[marks][i] = zeroByte;
+    t.count[marks] = count;
+  }
+  fillToFront(t.toFront16);
+  fillToFront(t.toFront64);
+  for (uint8_t i = 0; i < 64; ++i) t.iota[i] = i;
+  return t;
+}
+
+constexpr Tables tables = makeTables();
+
+// The list once the bytes were moved to its front one after the other. Returns how many different
+// values they have.
+int listAfter(const uint8_t* bytes, int count, const uint8_t* before, uint8_t* after) {
+  uint8_t seen[listSize] = {};
+  int size = 0;
+  for (int i = count; i-- > 0;) {
+    const uint8_t value = bytes[i];
+    if (seen[value]) continue;
+    seen[value] = 1;
+    after[size++] = value;
+  }
+  const int distinct = size;
+  for (int i = 0; i < listSize && size < listSize; ++i) {
+    after[size] = before[i];
+    size += 1 - seen[before[i]];
+  }
+  return distinct;
+}
+
+// ---- The steps of a tier ------------------------------------------------------------------------
+
+struct ForwardSteps {
+  // Gathers the bytes that differ from the one before; returns their number.
+  int (*gather)(const uint8_t* src, int len, uint8_t previous, Piece& piece);
+  // Values to ranks, in place. The lists are aligned to 64 bytes.
+  void (*core)(uint8_t* bytes, int count, uint8_t* list);
+  // Four segments of the same length that lie one behind the other, each with a list of its own.
+  void (*core4)(uint8_t* bytes, int segment, uint8_t (*lists)[listSize]);
+  // Faster than core4 where many values are far from the front; null where there is nothing faster.
+  void (*coreScattered)(uint8_t* bytes, int count, uint8_t* list);
+  void (*scatter)(const Piece& piece, uint8_t* dst, int len);
+};
+
+struct InverseSteps {
+  // Gathers the bytes that are not zero; returns their number.
+  int (*gather)(const uint8_t* src, int len, Piece& piece);
+  void (*core)(uint8_t* bytes, int count, uint8_t* list);  // ranks to values, in place
+  void (*scatter)(const Piece& piece, uint8_t* dst, int len);
+};
+
+void rankGathered(const ForwardSteps& steps, uint8_t* bytes, int count,
+                  uint8_t (*lists)[listSize]) {
+  int done = 0;
+  if (count >= chainMinimum) {
+    const int segment = count / chainCount;
+    for (int k = 0; k + 1 < chainCount; ++k) {
+      const int distinct = listAfter(bytes + k * segment, segment, lists[k], lists[k + 1]);
+      if (distinct > manyValues && steps.coreScattered != nullptr) {
+        steps.coreScattered(bytes, count, lists[0]);
+        return;
+      }
+    }
+    steps.core4(bytes, segment, lists);
+    memcpy(lists[0], lists[chainCount - 1], listSize);
+    done = chainCount * segment;
+  }
+  steps.core(bytes + done, count - done, lists[0]);
+}
+
+void forward(const ForwardSteps& steps, const uint8_t* src, uint8_t* dst, int len,
+             uint8_t* positions) {
+  alignas(64) uint8_t lists[chainCount][listSize] = {};
+  for (int value = 0; value < listSize; ++value) {
+    lists[0][positions[value]] = static_cast<uint8_t>(value);
+  }
+
+  Piece piece;
+  uint8_t previous = lists[0][0];
+  for (int i = 0; i < len; i += pieceSize) {
+    const int size = std::min(pieceSize, len - i);
+    const int count = steps.gather(src + i, size, previous, piece);
+    previous = src[i + size - 1];
+    rankGathered(steps, piece.gathered(), count, lists);
+    steps.scatter(piece, dst + i, size);
+  }
+
+  for (int p = 0; p < listSize; ++p) positions[lists[0][p]] = static_cast<uint8_t>(p);
+}
+
+void inverse(const InverseSteps& steps, const uint8_t* src, uint8_t* dst, int len, uint8_t* list) {
+  alignas(64) uint8_t work[listSize];
+  memcpy(work, list, listSize);
+
+  Piece piece;
+  for (int i = 0; i < len; i += pieceSize) {
+    const int size = std::min(pieceSize, len - i);
+    piece.gathered()[-1] = work[0];
+    const int count = steps.gather(src + i, size, piece);
+    steps.core(piece.gathered(), count, work);
+    steps.scatter(piece, dst + i, size);
+  }
+
+  memcpy(list, work, listSize);
+}
+
+// ---- Baseline: the first 16 positions in a register ---------------------------------------------
+
+__m128i load8(const uint8_t* p) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+}
+
+__m128i load16(const uint8_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+void store8(uint8_t* p, __m128i v) {
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+}
+
+void store16(uint8_t* p, __m128i v) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+
+uint8_t firstByte(__m128i v) {
+  return static_cast<uint8_t>(_mm_cvtsi128_si32(v));
+}
+
+// Appends the marked ones of eight bytes to the gathered ones.
+ZEBDC_ALWAYS_INLINE uint8_t* append(uint8_t* gathered, __m128i bytes, unsigned marks) {
+  store8(gathered, _mm_shuffle_epi8(bytes, load8(tables.pick[marks])));
+  return gathered + tables.count[marks];
+}
+
+// The last bytes of a piece, fewer than eight, one by one.
+template <class IsMarked>
+uint8_t* gatherTail(const uint8_t* src, int begin, int end, Piece& piece, uint8_t* gathered,
+                    IsMarked isMarked) {
+  if (begin == end) return gathered;
+  unsigned marks = 0;
+  for (int i = begin; i < end; ++i) {
+    if (!isMarked(i)) continue;
+    marks |= 1u << (i - begin);
+    *gathered++ = src[i];
+  }
+  piece.marks[begin / 8] = static_cast<uint8_t>(marks);
+  return gathered;
+}
+
+int gatherChanges(const uint8_t* src, int len, uint8_t previous, Piece& piece) {
+  uint8_t* gathered = piece.gathered();
+  const int whole = len / 8 * 8;
+  __m128i before = _mm_cvtsi32_si128(previous);
+  for (int i = 0; i < whole; i += 8) {
+    const __m128i bytes = load8(src + i);
+    const __m128i same = _mm_cmpeq_epi8(bytes, _mm_or_si128(_mm_slli_si128(bytes, 1), before));
+    const unsigned marks = ~static_cast<unsigned>(_mm_movemask_epi8(same)) & 0xFF;
+    piece.marks[i / 8] = static_cast<uint8_t>(marks);
+    gathered = append(gathered, bytes, marks);
+    before = _mm_srli_epi64(bytes, 56);
+  }
+  gathered = gatherTail(src, whole, len, piece, gathered,
+                        [&](int i) { return src[i] != (i == 0 ? previous : src[i - 1]); });
+  return static_cast<int>(gathered - piece.gathered());
+}
+
+int gatherNonzero(const uint8_t* src, int len, Piece& piece) {
+  uint8_t* gathered = piece.gathered();
+  const int whole = len / 8 * 8;
+  for (int i = 0; i < whole; i += 8) {
+    const __m128i bytes = load8(src + i);
+    const __m128i zero = _mm_cmpeq_epi8(bytes, _mm_setzero_si128());
+    const unsigned marks = ~static_cast<unsigned>(_mm_movemask_epi8(zero)) & 0xFF;
+    piece.marks[i / 8] = static_cast<uint8_t>(marks);
+    gathered = append(gathered, bytes, marks);
+  }
+  gathered = gatherTail(src, whole, len, piece, gathered, [&](int i) { return src[i] != 0; });
+  return static_cast<int>(gathered - piece.gathered());
+}
+
+void scatterBetweenZeros(const Piece& piece, uint8_t* dst, int len) {
+  const uint8_t* result = piece.room + gatherMargin;
+  const int whole = len / 8 * 8;
+  for (int i = 0; i < whole; i += 8) {
+    const unsigned marks = piece.marks[i / 8];
+    store8(dst + i, _mm_shuffle_epi8(load8(result), load8(tables.place[marks])));
+    result += tables.count[marks];
+  }
+  for (int i = whole; i < len; ++i) {
+    dst[i] = (piece.marks[i / 8] >> (i - whole) & 1) != 0 ? *result++ : 0;
+  }
+}
+
+void scatterRepeating(const Piece& piece, uint8_t* dst, int len) {
+  const uint8_t* latest = piece.room + gatherMargin - 1;
+  const int whole = len / 8 * 8;
+  for (int i = 0; i < whole; i += 8) {
+    const unsigned marks = piece.marks[i / 8];
+    store8(dst + i, _mm_shuffle_epi8(load16(latest), load8(tables.repeat[marks])));
+    latest += tables.count[marks];
+  }
+  for (int i = whole; i < len; ++i) {
+    latest += piece.marks[i / 8] >> (i - whole) & 1;
+    dst[i] = *latest;
+  }
+}
+
+// Sixteen list entries behind the front once the byte that left the front came in: positions up
+// to and including `last` take the entry before them, the others stay.
+ZEBDC_ALWAYS_INLINE __m128i carriedUpTo(int last, __m128i entries, __m128i before) {
+  const __m128i stay = _mm_cmpgt_epi8(load16(tables.iota), _mm_set1_epi8(static_cast<char>(last)));
+  return _mm_or_si128(_mm_and_si128(stay, entries),
+                      _mm_andnot_si128(stay, _mm_alignr_epi8(entries, before, 15)));
+}
+
+ZEBDC_ALWAYS_INLINE __m128i pushFront(__m128i front, uint8_t value) {
+  return _mm_or_si128(_mm_slli_si128(front, 1), _mm_cvtsi32_si128(value));
+}
+
+// The slow paths see the whole list in memory, the front included: a reference to the front would
+// keep it out of its register in the fast paths too.
+ZEBDC_NOINLINE uint8_t rankBehindFront(uint8_t value, uint8_t* list) {
+  const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
+  __m128i before = load16(list);
+  store16(list, pushFront(before, value));
+  for (int i = 16; i < listSize; i += 16) {
+    const __m128i entries = load16(list + i);
+    const unsigned found =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(entries, wanted)));
+    if (found != 0) {
+      const int last = __builtin_ctz(found);
+      store16(list + i, carriedUpTo(last, entries, before));
+      return static_cast<uint8_t>(i + last);
+    }
+    store16(list + i, _mm_alignr_epi8(entries, before, 15));
+    before = entries;
+  }
+  return listSize - 1;
+}
+
+ZEBDC_ALWAYS_INLINE uint8_t rankOf(uint8_t value, __m128i& front, uint8_t* list) {
+  const __m128i equal = _mm_cmpeq_epi8(front, _mm_set1_epi8(static_cast<char>(value)));
+  const unsigned found = static_cast<unsigned>(_mm_movemask_epi8(equal));
+  if (found == 0) [[unlikely]] {
+    store16(list, front);
+    const uint8_t rank = rankBehindFront(value, list);
+    front = load16(list);
+    return rank;
+  }
+  const unsigned rank = static_cast<unsigned>(__builtin_ctz(found));
+  front = _mm_shuffle_epi8(front, load16(tables.toFront16[rank]));
+  return static_cast<uint8_t>(rank);
+}
+
+void rankAll(uint8_t* bytes, int count, uint8_t* list) {
+  __m128i front = load16(list);
+  for (int i = 0; i < count; ++i) bytes[i] = rankOf(bytes[i], front, list);
+  store16(list, front);
+}
+
+void rankAll4(uint8_t* bytes, int segment, uint8_t (*lists)[listSize]) {
+  uint8_t* const b1 = bytes + segment;
+  uint8_t* const b2 = b1 + segment;
+  uint8_t* const b3 = b2 + segment;
+  __m128i front0 = load16(lists[0]);
+  __m128i front1 = load16(lists[1]);
+  __m128i front2 = load16(lists[2]);
+  __m128i front3 = load16(lists[3]);
+  for (int i = 0; i < segment; ++i) {
+    const uint8_t rank0 = rankOf(bytes[i], front0, lists[0]);
+    const uint8_t rank1 = rankOf(b1[i], front1, lists[1]);
+    const uint8_t rank2 = rankOf(b2[i], front2, lists[2]);
+    const uint8_t rank3 = rankOf(b3[i], front3, lists[3]);
+    bytes[i] = rank0;
+    b1[i] = rank1;
+    b2[i] = rank2;
+    b3[i] = rank3;
+  }
+  store16(lists[3], front3);
+}
+
+ZEBDC_NOINLINE uint8_t valueBehindFront(unsigned rank, uint8_t* list) {
+  const uint8_t value = list[rank];
+  __m128i before = load16(list);
+  store16(list, pushFront(before, value));
+  uint8_t* const last = list + rank / 16 * 16;
+  for (uint8_t* p = list + 16; p < last; p += 16) {
+    const __m128i entries = load16(p);
+    store16(p, _mm_alignr_epi8(entries, before, 15));
+    before = entries;
+  }
+  store16(last, carriedUpTo(static_cast<int>(rank % 16), load16(last), before));
+  return value;
+}
+
+void valueAll(uint8_t* bytes, int count, uint8_t* list) {
+  __m128i front = load16(list);
+  for (int i = 0; i < count; ++i) {
+    const unsigned rank = bytes[i];
+    if (rank < 16) [[likely]] {
+      front = _mm_shuffle_epi8(front, load16(tables.toFront16[rank]));
+      bytes[i] = firstByte(front);
+    } else {
+      store16(list, front);
+      bytes[i] = valueBehindFront(rank, list);
+      front = load16(list);
+    }
+  }
+  store16(list, front);
+}
+
+constexpr ForwardSteps forwardSteps = {gatherChanges, rankAll, rankAll4, nullptr,
+                                       scatterBetweenZeros};
+constexpr InverseSteps inverseSteps = {gatherNonzero, valueAll, scatterRepeating};
+
+void forwardBaseline(const uint8_t* src, uint8_t* dst, int len, uint8_t* positions) {
+  forward(forwardSteps, src, dst, len, positions);
+}
+
+void inverseBaseline(const uint8_t* src, uint8_t* dst, int len, uint8_t* list) {
+  inverse(inverseSteps, src, dst, len, list);
+}
+
+}  // namespace
+
+// ---- AVX-512: the first 64 positions in a register ----------------------------------------------
+
+ZEBDC_BEGIN_AVX512
+namespace avx512 {
+namespace {
+
+ZEBDC_ALWAYS_INLINE __m512i iota() {
+  return _mm512_load_si512(tables.iota);
+}
+
+// The zero mask is no mask; the unmasked intrinsic alarms GCC 12 about its undefined source.
+ZEBDC_ALWAYS_INLINE __m512i permuted(__m512i v, __m512i control) {
+  return _mm512_maskz_permutexvar_epi8(~__mmask64{0}, control, v);
+}
+
+// The shuffle control that shifts a vector up by one byte; byte 0 selects the last byte of the
+// second source of a two-source shuffle, and the last one of a single source.
+ZEBDC_ALWAYS_INLINE __m512i shiftUp() {
+  return _mm512_sub_epi8(iota(), _mm512_set1_epi8(1));
+}
+
+ZEBDC_ALWAYS_INLINE uint64_t lanesBelow(int count) {
+  return count >= 64 ? ~uint64_t{0} : _bzhi_u64(~uint64_t{0}, static_cast<unsigned>(count));
+}
+
+// The marks of up to 64 bytes; the table has room for whole words.
+ZEBDC_ALWAYS_INLINE void storeMarks(Piece& piece, int i, uint64_t marks) {
+  memcpy(piece.marks + i / 8, &marks, sizeof marks);
+}
+
+ZEBDC_ALWAYS_INLINE uint64_t loadMarks(const Piece& piece, int i) {
+  uint64_t marks;
+  memcpy(&marks, piece.marks + i / 8, sizeof marks);
+  return marks;
+}
+
+static_assert(pieceSize % 64 == 0);
+
+int gatherChanges(const uint8_t* src, int len, uint8_t previous, Piece& piece) {
+  uint8_t* gathered = piece.gathered();
+  __m512i before = _mm512_set1_epi8(static_cast<char>(previous));
+  for (int i = 0; i < len; i += 64) {
+    const uint64_t lanes = lanesBelow(len - i);
+    const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, src + i);
+    const __m512i shifted = _mm512_permutex2var_epi8(bytes, shiftUp(), before);
+    const uint64_t marks = _mm512_mask_cmpneq_epi8_mask(lanes, bytes, shifted);
+    storeMarks(piece, i, marks);
+    _mm512_storeu_si512(gathered, _mm512_maskz_compress_epi8(marks, bytes));
+    gathered += _mm_popcnt_u64(marks);
+    before = bytes;
+  }
+  return static_cast<int>(gathered - piece.gathered());
+}
+
+int gatherNonzero(const uint8_t* src, int len, Piece& piece) {
+  uint8_t* gathered = piece.gathered();
+  for (int i = 0; i < len; i += 64) {
+    const __m512i bytes = _mm512_maskz_loadu_epi8(lanesBelow(len - i), src + i);
+    const uint64_t marks = _mm512_test_epi8_mask(bytes, bytes);
+    storeMarks(piece, i, marks);
+    _mm512_storeu_si512(gathered, _mm512_maskz_compress_epi8(marks, bytes));
+    gathered += _mm_popcnt_u64(marks);
+  }
+  return static_cast<int>(gathered - piece.gathered());
+}
+
+void scatterBetweenZeros(const Piece& piece, uint8_t* dst, int len) {
+  const uint8_t* result = piece.room + gatherMargin;
+  for (int i = 0; i < len; i += 64) {
+    const uint64_t marks = loadMarks(piece, i);
+    const __m512i ranks = _mm512_maskz_expand_epi8(marks, _mm512_loadu_si512(result));
+    _mm512_mask_storeu_epi8(dst + i, lanesBelow(len - i), ranks);
+    result += _mm_popcnt_u64(marks);
+  }
+}
+
+// Without a branch on where the value is found: in data that comes here often that is anyone's
+// guess. A vector in which nothing was found is shifted whole, since the mask up to the lowest bit
+// of zero is all ones, unless the value lay in a vector before it.
+ZEBDC_NOINLINE uint8_t rankBehindFront(uint8_t value, uint8_t* list) {
+  const __m512i wanted = _mm512_set1_epi8(static_cast<char>(value));
+  const __m512i front = _mm512_load_si512(list);
+  const __m512i e1 = _mm512_load_si512(list + 64);
+  const __m512i e2 = _mm512_load_si512(list + 128);
+  const __m512i e3 = _mm512_load_si512(list + 192);
+  const uint64_t found1 = _mm512_cmpeq_epi8_mask(e1, wanted);
+  const uint64_t found2 = _mm512_cmpeq_epi8_mask(e2, wanted);
+  const uint64_t found3 = _mm512_cmpeq_epi8_mask(e3, wanted);
+  const uint64_t shift2 = found1 != 0 ? 0 : _blsmsk_u64(found2);
+  const uint64_t shift3 = (found1 | found2) != 0 ? 0 : _blsmsk_u64(found3);
+  const __m512i up = shiftUp();
+  _mm512_store_si512(list + 64, _mm512_mask_mov_epi8(e1, _blsmsk_u64(found1),
+                                                     _mm512_permutex2var_epi8(e1, up, front)));
+  _mm512_store_si512(list + 128,
+                     _mm512_mask_mov_epi8(e2, shift2, _mm512_permutex2var_epi8(e2, up, e1)));
+  _mm512_store_si512(list + 192,
+                     _mm512_mask_mov_epi8(e3, shift3, _mm512_permutex2var_epi8(e3, up, e2)));
+  _mm512_store_si512(list, _mm512_permutex2var_epi8(front, up, wanted));
+  const uint64_t far = found2 != 0 ? 128 + _tzcnt_u64(found2) : 192 + _tzcnt_u64(found3);
+  return static_cast<uint8_t>(found1 != 0 ? 64 + _tzcnt_u64(found1) : far);
+}
+
+ZEBDC_ALWAYS_INLINE uint8_t rankOf(uint8_t value, __m512i& front, uint8_t* list) {
+  const uint64_t found = _mm512_cmpeq_epi8_mask(front, _mm512_set1_epi8(static_cast<char>(value)));
+  if (found == 0) [[unlikely]] {
+    _mm512_store_si512(list, front);
+    const uint8_t rank = rankBehindFront(value, list);
+    front = _mm512_load_si512(list);
+    return rank;
+  }
+  const uint64_t rank = _tzcnt_u64(found);
+  front = permuted(front, _mm512_load_si512(tables.toFront64[rank]));
+  return static_cast<uint8_t>(rank);
+}
+
+void rankAll(uint8_t* bytes, int count, uint8_t* list) {
+  __m512i front = _mm512_load_si512(list);
+  for (int i = 0; i < count; ++i) bytes[i] = rankOf(bytes[i], front, list);
+  _mm512_store_si512(list, front);
+}
+
+void rankAll4(uint8_t* bytes, int segment, uint8_t (*lists)[listSize]) {
+  uint8_t* const b1 = bytes + segment;
+  uint8_t* const b2 = b1 + segment;
+  uint8_t* const b3 = b2 + segment;
+  __m512i front0 = _mm512_load_si512(lists[0]);
+  __m512i front1 = _mm512_load_si512(lists[1]);
+  __m512i front2 = _mm512_load_si512(lists[2]);
+  __m512i front3 = _mm512_load_si512(lists[3]);
+  for (int i = 0; i < segment; ++i) {
+    const uint8_t rank0 = rankOf(bytes[i], front0, lists[0]);
+    const uint8_t rank1 = rankOf(b1[i], front1, lists[1]);
+    const uint8_t rank2 = rankOf(b2[i], front2, lists[2]);
+    const uint8_t rank3 = rankOf(b3[i], front3, lists[3]);
+    bytes[i] = rank0;
+    b1[i] = rank1;
+    b2[i] = rank2;
+    b3[i] = rank3;
+  }
+  _mm512_store_si512(lists[3], front3);
+}
+
+// Every position below rank goes up by one: max(p, min(p + 1, rank)) says so without a mask.
+ZEBDC_ALWAYS_INLINE __m512i movedUp(__m512i positions, __m512i rank) {
+  const __m512i next = _mm512_add_epi8(positions, _mm512_set1_epi8(1));
+  return _mm512_max_epu8(positions, _mm512_min_epu8(next, rank));
+}
+
+// All 256 positions in registers, by value, and no branch at all. A position of 255 never has to
+// go up, so that its wrapping to 0 in movedUp does no harm.
+void rankScattered(uint8_t* bytes, int count, uint8_t* list) {
+  alignas(64) uint8_t positions[listSize];
+  for (int p = 0; p < listSize; ++p) positions[list[p]] = static_cast<uint8_t>(p);
+  __m512i p0 = _mm512_load_si512(positions);
+  __m512i p1 = _mm512_load_si512(positions + 64);
+  __m512i p2 = _mm512_load_si512(positions + 128);
+  __m512i p3 = _mm512_load_si512(positions + 192);
+  const __m512i v0 = iota();
+  const __m512i v1 = _mm512_add_epi8(v0, _mm512_set1_epi8(64));
+  const __m512i v2 = _mm512_add_epi8(v1, _mm512_set1_epi8(64));
+  const __m512i v3 = _mm512_add_epi8(v2, _mm512_set1_epi8(64));
+  for (int i = 0; i < count; ++i) {
+    const __m512i value = _mm512_set1_epi8(static_cast<char>(bytes[i]));
+    const __m512i low = _mm512_permutex2var_epi8(p0, value, p1);
+    const __m512i high = _mm512_permutex2var_epi8(p2, value, p3);
+    const __m512i rank = _mm512_mask_mov_epi8(low, _mm512_movepi8_mask(value), high);
+    bytes[i] = static_cast<uint8_t>(_mm512_cvtsi512_si32(rank));
+    p0 = _mm512_maskz_mov_epi8(_mm512_cmpneq_epi8_mask(v0, value), movedUp(p0, rank));
+    p1 = _mm512_maskz_mov_epi8(_mm512_cmpneq_epi8_mask(v1, value), movedUp(p1, rank));
+    p2 = _mm512_maskz_mov_epi8(_mm512_cmpneq_epi8_mask(v2, value), movedUp(p2, rank));
+    p3 = _mm512_maskz_mov_epi8(_mm512_cmpneq_epi8_mask(v3, value), movedUp(p3, rank));
+  }
+  _mm512_store_si512(positions, p0);
+  _mm512_store_si512(positions + 64, p1);
+  _mm512_store_si512(positions + 128, p2);
+  _mm512_store_si512(positions + 192, p3);
+  for (int v = 0; v < listSize; ++v) list[positions[v]] = static_cast<uint8_t>(v);
+}
+
+ZEBDC_NOINLINE uint8_t valueBehindFront(unsigned rank, uint8_t* list) {
+  const uint8_t value = list[rank];
+  const __m512i up = shiftUp();
+  __m512i before = _mm512_set1_epi8(static_cast<char>(value));
+  uint8_t* const last = list + rank / 64 * 64;
+  for (uint8_t* p = list; p < last; p += 64) {
+    const __m512i entries = _mm512_load_si512(p);
+    _mm512_store_si512(p, _mm512_permutex2var_epi8(entries, up, before));
+    before = entries;
+  }
+  const __m512i entries = _mm512_load_si512(last);
+  const __m512i shifted = _mm512_permutex2var_epi8(entries, up, before);
+  const uint64_t moved = lanesBelow(static_cast<int>(rank % 64) + 1);
+  _mm512_store_si512(last, _mm512_mask_mov_epi8(entries, moved, shifted));
+  return value;
+}
+
+ZEBDC_ALWAYS_INLINE uint8_t valueOf(unsigned rank, __m512i& front, uint8_t* list) {
+  if (rank >= 64) [[unlikely]] {
+    _mm512_store_si512(list, front);
+    const uint8_t value = valueBehindFront(rank, list);
+    front = _mm512_load_si512(list);
+    return value;
+  }
+  front = permuted(front, _mm512_load_si512(tables.toFront64[rank]));
+  return static_cast<uint8_t>(_mm512_cvtsi512_si32(front));
+}
+
+// Two ranks to the step: their shuffles are combined off the chain of lists. The second rank is not
+// 0, so that afterwards the first value stands at position 1.
+void valueAll(uint8_t* bytes, int count, uint8_t* list) {
+  __m512i front = _mm512_load_si512(list);
+  int i = 0;
+  for (; i + 2 <= count; i += 2) {
+    const unsigned first = bytes[i];
+    const unsigned second = bytes[i + 1];
+    if ((first | second) >= 64) [[unlikely]] {
+      bytes[i] = valueOf(first, front, list);
+      bytes[i + 1] = valueOf(second, front, list);
+      continue;
+    }
+    const __m512i both = permuted(_mm512_load_si512(tables.toFront64[first]),
+                                  _mm512_load_si512(tables.toFront64[second]));
+    front = permuted(front, both);
+    const unsigned values = static_cast<unsigned>(_mm512_cvtsi512_si32(front));
+    bytes[i] = static_cast<uint8_t>(values >> 8);
+    bytes[i + 1] = static_cast<uint8_t>(values);
+  }
+  if (i < count) bytes[i] = valueOf(bytes[i], front, list);
+  _mm512_store_si512(list, front);
+}
+
+constexpr ForwardSteps forwardSteps = {gatherChanges, rankAll, rankAll4, rankScattered,
+                                       scatterBetweenZeros};
+constexpr InverseSteps inverseSteps = {gatherNonzero, valueAll, scatterRepeating};
+
+void forwardWide(const uint8_t* src, uint8_t* dst, int len, uint8_t* positions) {
+  forward(forwardSteps, src, dst, len, positions);
+}
+
+void inverseWide(const uint8_t* src, uint8_t* dst, int len, uint8_t* list) {
+  inverse(inverseSteps, src, dst, len, list);
+}
+
+}  // namespace
+}  // namespace avx512
+ZEBDC_END_TARGET
+
+namespace {
+constexpr MoveToFrontKernels baseline = {forwardBaseline, inverseBaseline};
+constexpr MoveToFrontKernels wide = {avx512::forwardWide, avx512::inverseWide};
+}  // namespace
+
+const MoveToFrontKernels moveToFrontKernels[tierCount] = {baseline, baseline, baseline, wide};
+
+}  // namespace zebdc::kernels
