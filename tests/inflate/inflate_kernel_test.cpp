@@ -1,0 +1,241 @@
+// The inner loops by themselves, under every kernel tier: what they decode, where they stop, and
+// that they stay inside their buffers, which touch inaccessible pages.
+
+#include "kernels/inflate_block.h"
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "deflate/format.h"
+#include "inflate/fixed_tables.h"
+#include "inflate/streams.h"
+#include "support/guarded_buffer.h"
+
+namespace zebdc::inflate {
+namespace {
+
+using kernels::InflateBytes;
+using kernels::InflateInput;
+using kernels::InflatePairs;
+using test::Bytes;
+using test::GuardedBuffer;
+
+// Symbols of a fixed block, with the positions between them.
+struct Symbols {
+  std::vector<ZebLZ77Pair> items;
+  std::vector<size_t> bits;   // position in the source behind so many items
+  std::vector<size_t> bytes;  // position in the output
+  Bytes source;
+  Bytes output;
+};
+
+// Literals, and matches of all lengths that reach up to `history` bytes before the output.
+Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) {
+  test::BitWriter header;
+  test::BitWriter out;
+  test::Lengths litLen;
+  for (int symbol = 0; symbol < 288; ++symbol) {
+    litLen.push_back(deflate::fixedLiteralLength(symbol));
+  }
+  test::BlockWriter block(out, test::Code(litLen), test::Code(test::Lengths(32, 5)));
+  Symbols symbols;
+  Bytes all = history;
+  const auto note = [&] {
+    symbols.bits.push_back(out.bitCount());
+    symbols.bytes.push_back(all.size() - history.size());
+  };
+  note();
+  while (symbols.items.size() < count) {
+    if (all.empty() || test::below(random, 2) == 0) {
+      all.push_back(static_cast<uint8_t>(random()));
+      symbols.items.push_back({all.back(), 0});
+      block.literal(all.back());
+    } else {
+      const size_t reach = std::min<size_t>(all.size(), test::below(random, 3) == 0 ? 40 : 32768);
+      const auto distance = static_cast<uint16_t>(1 + test::below(random, reach));
+      const auto length = static_cast<uint16_t>(3 + test::below(random, random() % 4 ? 20 : 256));
+      for (int i = 0; i < length; ++i) all.push_back(all[all.size() - distance]);
+      symbols.items.push_back({length, distance});
+      block.match(length, distance);
+    }
+    note();
+  }
+  block.end();
+  symbols.source = out.finished();
+  symbols.output.assign(all.begin() + static_cast<ptrdiff_t>(history.size()), all.end());
+  return symbols;
+}
+
+// A call of a loop on a copy of the source, after some bits have been taken by hand.
+struct Input {
+  Input(const Symbols& symbols, size_t sourceSize, size_t bytesInHand)
+      : buffer(std::span(symbols.source).first(sourceSize)),
+        in{buffer.data() + bytesInHand, buffer.end(), 0, static_cast<int>(8 * bytesInHand)} {
+    for (size_t i = 0; i < bytesInHand; ++i) in.bits |= uint64_t{buffer[i]} << (8 * i);
+  }
+
+  // How many items have been decoded: the loop must stand between two.
+  size_t itemsDecoded(const Symbols& symbols) const {
+    const size_t consumed =
+        static_cast<size_t>(in.src - buffer.data()) * 8 - static_cast<size_t>(in.count);
+    const auto border = std::lower_bound(symbols.bits.begin(), symbols.bits.end(), consumed);
+    EXPECT_TRUE(border != symbols.bits.end() && *border == consumed);
+    for (int i = 0; i < in.count; ++i) {
+      const size_t bit = consumed + static_cast<size_t>(i);
+      EXPECT_EQ(in.bits >> i & 1, symbols.source[bit / 8] >> (bit % 8) & 1u);
+    }
+    EXPECT_TRUE(in.count >= 64 || in.bits >> in.count == 0);
+    return static_cast<size_t>(border - symbols.bits.begin());
+  }
+
+  bool nearEnd() const { return in.end - in.src < kernels::inflateSourceMargin; }
+
+  GuardedBuffer buffer;
+  InflateInput in;
+};
+
+struct Shape {
+  size_t source, inHand, room;
+};
+
+Shape randomShape(test::Random& random, const Symbols& symbols, size_t roomNeeded) {
+  const bool shortSource = random() % 2 != 0;
+  const bool shortRoom = random() % 2 != 0;
+  const size_t source =
+      symbols.source.size() - (shortSource ? test::below(random, symbols.source.size()) : 0);
+  return {source, std::min(source, test::below(random, 8)),
+          shortRoom ? test::below(random, roomNeeded) : roomNeeded + test::below(random, 700)};
+}
+
+void expectOutput(const Symbols& symbols, const uint8_t* begin, const InflateBytes& out,
+                  size_t items) {
+  const size_t size = static_cast<size_t>(out.dst - begin);
+  EXPECT_EQ(size, symbols.bytes[items]);
+  ASSERT_TRUE(std::equal(begin, begin + size, symbols.output.begin()));
+}
+
+TEST(InflateKernels, BytesFromTheBeginning) {
+  test::Random random(1);
+  for (int round = 0; round < 200; ++round) {
+    const Symbols symbols = randomSymbols(random, test::below(random, 1500), {});
+    const Shape shape = randomShape(random, symbols, symbols.output.size());
+    Input input(symbols, shape.source, shape.inHand);
+    GuardedBuffer room(shape.room);
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytes(input.in, out, fixedTables);
+    const size_t items = input.itemsDecoded(symbols);
+    expectOutput(symbols, room.data(), out, items);
+    EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
+                out.end - out.dst < kernels::inflateBytesMargin);
+  }
+}
+
+TEST(InflateKernels, BytesWithHistory) {
+  test::Random random(2);
+  const Bytes history = test::randomBytes(32768, 1);
+  for (int round = 0; round < 200; ++round) {
+    const Symbols symbols = randomSymbols(random, test::below(random, 3000), history);
+    const Shape shape = randomShape(random, symbols, symbols.output.size());
+    Input input(symbols, shape.source, shape.inHand);
+    GuardedBuffer room(shape.room);
+    // The 32 bytes that may be read behind the history.
+    GuardedBuffer before(history.size() + 32);
+    memcpy(before.data(), history.data(), history.size());
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytesWithHistory(input.in, out, before.end() - 32, fixedTables);
+    const size_t items = input.itemsDecoded(symbols);
+    expectOutput(symbols, room.data(), out, items);
+    EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
+                out.end - out.dst < kernels::inflateBytesMargin);
+  }
+}
+
+// The history directly before the output, in one buffer.
+TEST(InflateKernels, BytesBehindOthersInTheRoom) {
+  test::Random random(3);
+  for (const size_t already : {1u, 100u, 32767u, 32768u, 50000u}) {
+    const Bytes history = test::randomBytes(already, already);
+    for (int round = 0; round < 20; ++round) {
+      const Symbols symbols = randomSymbols(random, test::below(random, 2000), history);
+      const Shape shape = randomShape(random, symbols, symbols.output.size());
+      Input input(symbols, shape.source, shape.inHand);
+      GuardedBuffer room(already + shape.room);
+      memcpy(room.data(), history.data(), already);
+      InflateBytes out = {room.data(), room.data() + already, room.end()};
+      kernels::inflate().toBytes(input.in, out, fixedTables);
+      expectOutput(symbols, room.data() + already, out, input.itemsDecoded(symbols));
+    }
+  }
+}
+
+TEST(InflateKernels, BytesStopInFrontOfAMatchThatReachesTooFar) {
+  test::Random random(4);
+  const Bytes history = test::randomBytes(500, 1);
+  for (int round = 0; round < 100; ++round) {
+    const Symbols symbols = randomSymbols(random, 500, history);
+    Input input(symbols, symbols.source.size(), 0);
+    GuardedBuffer room(symbols.output.size() + 1000);
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytes(input.in, out, fixedTables);
+    const size_t items = input.itemsDecoded(symbols);
+    expectOutput(symbols, room.data(), out, items);
+    if (items < symbols.items.size() && !input.nearEnd()) {
+      EXPECT_GT(symbols.items[items].offset, symbols.bytes[items]);
+    }
+  }
+}
+
+TEST(InflateKernels, Pairs) {
+  test::Random random(5);
+  const Bytes history = test::randomBytes(32768, 1);
+  for (int round = 0; round < 200; ++round) {
+    const Symbols symbols = randomSymbols(random, test::below(random, 1500), history);
+    const Shape shape = randomShape(random, symbols, symbols.items.size());
+    Input input(symbols, shape.source, shape.inHand);
+    GuardedBuffer room(shape.room * sizeof(ZebLZ77Pair));
+    ZebLZ77Pair* const begin = room.as<ZebLZ77Pair>();
+    InflatePairs out = {begin, begin + shape.room};
+    kernels::inflate().toPairs(input.in, out, fixedTables);
+    const size_t items = input.itemsDecoded(symbols);
+    EXPECT_EQ(static_cast<size_t>(out.dst - begin), items);
+    if (items > 0) {
+      ASSERT_EQ(memcmp(begin, symbols.items.data(), items * sizeof *begin), 0);
+    }
+    EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
+                out.end - out.dst < kernels::inflatePairsMargin);
+  }
+}
+
+TEST(InflateKernels, Expansion) {
+  test::Random random(6);
+  for (int round = 0; round < 200; ++round) {
+    const size_t already = round % 2 ? 0 : 1000;
+    const Bytes history = test::randomBytes(already, 1);
+    const Symbols symbols = randomSymbols(random, test::below(random, 1500), history);
+    const Shape shape = randomShape(random, symbols, symbols.output.size());
+    GuardedBuffer pairs({reinterpret_cast<const uint8_t*>(symbols.items.data()),
+                         symbols.items.size() * sizeof(ZebLZ77Pair)});
+    GuardedBuffer room(already + shape.room);
+    if (already > 0) memcpy(room.data(), history.data(), already);
+    InflateBytes out = {room.data(), room.data() + already, room.end()};
+    const size_t items =
+        kernels::inflate().expand(pairs.as<ZebLZ77Pair>(), symbols.items.size(), out);
+    expectOutput(symbols, room.data() + already, out, items);
+    EXPECT_TRUE(items == symbols.items.size() || out.end - out.dst < kernels::inflateBytesMargin);
+  }
+}
+
+TEST(InflateKernels, ExpansionStopsAtPairsOutOfTheOrdinary) {
+  GuardedBuffer room(1000);
+  for (const ZebLZ77Pair odd : {ZebLZ77Pair{5, 2}, ZebLZ77Pair{259, 1}, ZebLZ77Pair{65535, 1}}) {
+    const ZebLZ77Pair pairs[] = {{'a', 0}, odd, {'b', 0}};
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    EXPECT_EQ(kernels::inflate().expand(pairs, 3, out), 1u);
+    EXPECT_EQ(out.dst, room.data() + 1);
+  }
+}
+
+}  // namespace
+}  // namespace zebdc::inflate
