@@ -10,6 +10,7 @@ void registerBwt();
 void registerBzip2();
 void registerChecksums();
 void registerDeflate();
+void registerDeflateMatch();
 void registerHuffman();
 void registerInflate();
 void registerMemory();  // with the archive only

@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
   zebdc::bench::registerBwt();
   zebdc::bench::registerBzip2();
   zebdc::bench::registerDeflate();
+  zebdc::bench::registerDeflateMatch();
   zebdc::bench::registerHuffman();
   zebdc::bench::registerInflate();
   zebdc::bench::registerLz();
