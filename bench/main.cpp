@@ -21,7 +21,7 @@ namespace {
 constexpr std::string_view tierOption = "--tier=";
 
 bool useTier(std::string_view name) {
-  constexpr std::string_view names[] = {"baseline", "sse42", "avx2", "avx512"};
+  constexpr std::string_view names[] = {"baseline", "sse42", "avx2", "vpclmul", "avx512"};
   static_assert(std::size(names) == zebdc::kernels::tierCount);
   const int tier =
       static_cast<int>(std::find(std::begin(names), std::end(names), name) - std::begin(names));

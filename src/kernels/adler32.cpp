@@ -343,7 +343,8 @@ ZEBDC_END_TARGET
 
 namespace zebdc::kernels {
 
-const Adler32Kernels adler32Kernels[tierCount] = {
-    {adler32Baseline}, {adler32Baseline}, {avx2::adler32}, {avx512::adler32}};
+constinit const TierTable<Adler32Kernels> adler32Kernels({{tierBaseline, {adler32Baseline}},
+                                                          {tierAvx2, {avx2::adler32}},
+                                                          {tierAvx512, {avx512::adler32}}});
 
 }  // namespace zebdc::kernels

@@ -14,7 +14,7 @@ struct Adler32Kernels {
   uint32_t (*adler32)(uint32_t value, const uint8_t* src, size_t len);
 };
 
-extern const Adler32Kernels adler32Kernels[tierCount];
+extern const TierTable<Adler32Kernels> adler32Kernels;
 
 inline const Adler32Kernels& adler32() {
   return adler32Kernels[activeTier];

@@ -196,9 +196,8 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const BwtSortKernels bwtSortKernels[tierCount] = {{baseline::markLms, baseline::sortLms},
-                                                  {baseline::markLms, baseline::sortLms},
-                                                  {avx2::markLms, avx2::sortLms},
-                                                  {avx2::markLms, avx2::sortLms}};
+constinit const TierTable<BwtSortKernels> bwtSortKernels(
+    {{tierBaseline, {baseline::markLms, baseline::sortLms}},
+     {tierAvx2, {avx2::markLms, avx2::sortLms}}});
 
 }  // namespace zebdc::kernels

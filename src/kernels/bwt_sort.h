@@ -62,7 +62,7 @@ struct BwtSortKernels {
   bool (*sortLms)(const BwtLmsSort& job);
 };
 
-extern const BwtSortKernels bwtSortKernels[tierCount];
+extern const TierTable<BwtSortKernels> bwtSortKernels;
 
 inline const BwtSortKernels& bwtSort() {
   return bwtSortKernels[activeTier];

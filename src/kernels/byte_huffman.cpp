@@ -176,7 +176,7 @@ ZEBDC_END_TARGET
 
 #undef ZEBDC_BYTE_HUFFMAN_VARIANT
 
-const ByteHuffmanKernels byteHuffmanKernels[tierCount] = {kernelsBaseline, kernelsBaseline,
-                                                          kernelsAvx2, kernelsAvx2};
+constinit const TierTable<ByteHuffmanKernels> byteHuffmanKernels({{tierBaseline, kernelsBaseline},
+                                                                  {tierAvx2, kernelsAvx2}});
 
 }  // namespace zebdc::kernels

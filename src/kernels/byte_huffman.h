@@ -52,7 +52,7 @@ struct ByteHuffmanKernels {
 inline constexpr int byteHuffmanLookups = 4;
 inline constexpr size_t byteHuffmanRoom = byteHuffmanLookups * byteHuffmanSymbolsPerEntry + 1;
 
-extern const ByteHuffmanKernels byteHuffmanKernels[tierCount];
+extern const TierTable<ByteHuffmanKernels> byteHuffmanKernels;
 
 inline const ByteHuffmanKernels& byteHuffman() {
   return byteHuffmanKernels[activeTier];

@@ -211,6 +211,16 @@ ZEBDC_ALWAYS_INLINE __m128i foldRounds(__m128i first, const uint8_t*& src, size_
   return foldTogether<Crc>(accumulator);
 }
 
+// Folds what is left of a message of at least 16 bytes, register by register, and reduces.
+template <class Crc>
+ZEBDC_ALWAYS_INLINE uint32_t crcOfRest(__m128i accumulator, const uint8_t* src, size_t len) {
+  for (; len >= 16; src += 16, len -= 16) {
+    accumulator = fold(accumulator, Crc::template foldOver<128>, loadOrdered<Crc>(src));
+  }
+  if (len > 0) accumulator = foldLastBytes<Crc>(accumulator, src + len, len);
+  return reduce<Crc>(accumulator);
+}
+
 // A fold takes 6 to 9 cycles and the next can start after 2 to 4: eight accumulators keep every
 // multiplier busy. Below 256 bytes their meeting costs more than four lose.
 template <class Crc>
@@ -224,11 +234,7 @@ ZEBDC_ALWAYS_INLINE uint32_t crcByFolding(uint32_t crc, const uint8_t* src, size
   } else {
     accumulator = foldRounds<Crc, 1>(accumulator, src, len);
   }
-  for (; len >= 16; src += 16, len -= 16) {
-    accumulator = fold(accumulator, Crc::template foldOver<128>, loadOrdered<Crc>(src));
-  }
-  if (len > 0) accumulator = foldLastBytes<Crc>(accumulator, src + len, len);
-  return reduce<Crc>(accumulator);
+  return crcOfRest<Crc>(accumulator, src, len);
 }
 
 uint32_t crc32(uint32_t crc, const uint8_t* src, size_t len) {
@@ -311,6 +317,81 @@ uint32_t crc32Bzip2(uint32_t crc, const uint8_t* src, size_t len) {
 
 }  // namespace
 }  // namespace zebdc::kernels::avx2
+ZEBDC_END_TARGET
+
+// Folding in registers of 256 bits, which hold two registers of 128 bits behind one another.
+ZEBDC_BEGIN_VPCLMUL
+namespace zebdc::kernels::vpclmul {
+namespace {
+
+ZEBDC_ALWAYS_INLINE __m256i inEveryLane(LanePair pair) {
+  return _mm256_broadcastsi128_si256(sse42::asRegister(pair));
+}
+
+template <class Crc>
+ZEBDC_ALWAYS_INLINE __m256i loadOrdered(const uint8_t* src) {
+  const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src));
+  if constexpr (Crc::reflected) return bytes;
+  return _mm256_shuffle_epi8(bytes, inEveryLane({0x08090A0B0C0D0E0F, 0x0001020304050607}));
+}
+
+ZEBDC_ALWAYS_INLINE __m256i fold(__m256i accumulator, __m256i factors, __m256i next) {
+  const __m256i low = _mm256_clmulepi64_epi128(accumulator, factors, 0x00);
+  const __m256i high = _mm256_clmulepi64_epi128(accumulator, factors, 0x11);
+  return _mm256_xor_si256(_mm256_xor_si256(low, next), high);
+}
+
+template <class Crc>
+ZEBDC_ALWAYS_INLINE uint32_t crcByFolding(uint32_t crc, const uint8_t* src, size_t len) {
+  constexpr size_t count = 8;
+  constexpr size_t round = 32 * count;
+  if (len < round) return sse42::crcByFolding<Crc>(crc, src, len);
+
+  __m256i accumulator[count];
+  for (size_t i = 0; i < count; ++i) accumulator[i] = loadOrdered<Crc>(src + 32 * i);
+  accumulator[0] =
+      _mm256_xor_si256(accumulator[0], _mm256_zextsi128_si256(sse42::startValue<Crc>(crc)));
+  src += round;
+  len -= round;
+  for (; len >= round; src += round, len -= round) {
+    for (size_t i = 0; i < count; ++i) {
+      accumulator[i] = fold(accumulator[i], inEveryLane(Crc::template foldOver<8 * round>),
+                            loadOrdered<Crc>(src + 32 * i));
+    }
+  }
+
+  for (size_t i = 0; i < 4; ++i) {
+    accumulator[i] =
+        fold(accumulator[i], inEveryLane(Crc::template foldOver<4 * 256>), accumulator[i + 4]);
+  }
+  for (size_t i = 0; i < 2; ++i) {
+    accumulator[i] =
+        fold(accumulator[i], inEveryLane(Crc::template foldOver<2 * 256>), accumulator[i + 2]);
+  }
+  __m256i last = fold(accumulator[0], inEveryLane(Crc::template foldOver<256>), accumulator[1]);
+  for (; len >= 32; src += 32, len -= 32) {
+    last = fold(last, inEveryLane(Crc::template foldOver<256>), loadOrdered<Crc>(src));
+  }
+  const __m128i folded = sse42::fold(_mm256_castsi256_si128(last), Crc::template foldOver<128>,
+                                     _mm256_extracti128_si256(last, 1));
+  return sse42::crcOfRest<Crc>(folded, src, len);
+}
+
+uint32_t crc32(uint32_t crc, const uint8_t* src, size_t len) {
+  return crcByFolding<Crc32>(crc, src, len);
+}
+
+uint32_t crc32c(uint32_t crc, const uint8_t* src, size_t len) {
+  constexpr size_t foldingPays = 256;
+  return len < foldingPays ? sse42::crc32c(crc, src, len) : crcByFolding<Crc32c>(crc, src, len);
+}
+
+uint32_t crc32Bzip2(uint32_t crc, const uint8_t* src, size_t len) {
+  return crcByFolding<Crc32Bzip2>(crc, src, len);
+}
+
+}  // namespace
+}  // namespace zebdc::kernels::vpclmul
 ZEBDC_END_TARGET
 
 // Folding in registers of 512 bits, which hold four registers of 128 bits behind one another.
@@ -455,9 +536,11 @@ ZEBDC_END_TARGET
 
 namespace zebdc::kernels {
 
-const CrcKernels crcKernels[tierCount] = {{crc32ByTables, crc32cByTables, crc32Bzip2ByTables},
-                                          {sse42::crc32, sse42::crc32c, sse42::crc32Bzip2},
-                                          {avx2::crc32, sse42::crc32c, avx2::crc32Bzip2},
-                                          {avx512::crc32, avx512::crc32c, avx512::crc32Bzip2}};
+constinit const TierTable<CrcKernels> crcKernels(
+    {{tierBaseline, {crc32ByTables, crc32cByTables, crc32Bzip2ByTables}},
+     {tierSse42, {sse42::crc32, sse42::crc32c, sse42::crc32Bzip2}},
+     {tierAvx2, {avx2::crc32, sse42::crc32c, avx2::crc32Bzip2}},
+     {tierVpclmul, {vpclmul::crc32, vpclmul::crc32c, vpclmul::crc32Bzip2}},
+     {tierAvx512, {avx512::crc32, avx512::crc32c, avx512::crc32Bzip2}}});
 
 }  // namespace zebdc::kernels

@@ -16,7 +16,7 @@ struct CrcKernels {
   uint32_t (*crc32Bzip2)(uint32_t crc, const uint8_t* src, size_t len);
 };
 
-extern const CrcKernels crcKernels[tierCount];
+extern const TierTable<CrcKernels> crcKernels;
 
 inline const CrcKernels& crc() {
   return crcKernels[activeTier];

@@ -397,7 +397,7 @@ ZEBDC_INFLATE_KERNELS
 }  // namespace avx2
 ZEBDC_END_TARGET
 
-const InflateKernels inflateKernels[tierCount] = {baseline::kernels, baseline::kernels,
-                                                  avx2::kernels, avx2::kernels};
+constinit const TierTable<InflateKernels> inflateKernels({{tierBaseline, baseline::kernels},
+                                                          {tierAvx2, avx2::kernels}});
 
 }  // namespace zebdc::kernels

@@ -59,7 +59,7 @@ struct InflateKernels {
   size_t (*expand)(const ZebLZ77Pair* pairs, size_t count, InflateBytes&);
 };
 
-extern const InflateKernels inflateKernels[tierCount];
+extern const TierTable<InflateKernels> inflateKernels;
 
 inline const InflateKernels& inflate() {
   return inflateKernels[activeTier];

@@ -480,7 +480,9 @@ ZEBDC_END_TARGET
 
 #undef ZEBDC_INTERVAL_VARIANT
 
-const IntervalKernels intervalKernels[tierCount] = {kernelsBaseline, kernelsSse42, kernelsAvx2,
-                                                    kernelsAvx512};
+constinit const TierTable<IntervalKernels> intervalKernels({{tierBaseline, kernelsBaseline},
+                                                            {tierSse42, kernelsSse42},
+                                                            {tierAvx2, kernelsAvx2},
+                                                            {tierAvx512, kernelsAvx512}});
 
 }  // namespace zebdc::kernels

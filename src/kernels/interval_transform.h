@@ -110,7 +110,7 @@ struct IntervalKernels {
                                 uint32_t* interval);
 };
 
-extern const IntervalKernels intervalKernels[tierCount];
+extern const TierTable<IntervalKernels> intervalKernels;
 
 inline const IntervalKernels& intervalTransform() {
   return intervalKernels[activeTier];

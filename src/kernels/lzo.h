@@ -53,7 +53,7 @@ struct LzoCompressed {
 // searched. The source has less than 4 GiB.
 using LzoCompress = LzoCompressed (*)(const uint8_t* src, size_t srcLen, uint8_t* dst,
                                       uint64_t* dictionary);
-extern const LzoCompress lzoCompressKernels[tierCount];
+extern const TierTable<LzoCompress> lzoCompressKernels;
 
 inline LzoCompress lzoCompress() {
   return lzoCompressKernels[activeTier];
@@ -75,7 +75,7 @@ struct LzoDecodeKernels {
   LzoDecoded (*safe)(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t capacity);
 };
 
-extern const LzoDecodeKernels lzoDecodeKernels[tierCount];
+extern const TierTable<LzoDecodeKernels> lzoDecodeKernels;
 
 inline const LzoDecodeKernels& lzoDecode() {
   return lzoDecodeKernels[activeTier];

@@ -251,8 +251,8 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const LzoCompress lzoCompressKernels[tierCount] = {compressBaseline, compressBaseline, compressAvx2,
-                                                   compressAvx2};
+constinit const TierTable<LzoCompress> lzoCompressKernels({{tierBaseline, compressBaseline},
+                                                           {tierAvx2, compressAvx2}});
 
 uint8_t* lzoWriteRunInstruction(uint8_t* dst, size_t count, bool atStart) {
   if (atStart && count <= longestFirstRun) {

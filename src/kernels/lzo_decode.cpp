@@ -306,9 +306,7 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const LzoDecodeKernels lzoDecodeKernels[tierCount] = {{trustingBaseline, safeBaseline},
-                                                      {trustingBaseline, safeBaseline},
-                                                      {trustingAvx2, safeAvx2},
-                                                      {trustingAvx2, safeAvx2}};
+constinit const TierTable<LzoDecodeKernels> lzoDecodeKernels(
+    {{tierBaseline, {trustingBaseline, safeBaseline}}, {tierAvx2, {trustingAvx2, safeAvx2}}});
 
 }  // namespace zebdc::kernels

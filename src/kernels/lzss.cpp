@@ -316,10 +316,9 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const LzssKernels lzssKernels[tierCount] = {{encodeBaseline, decodeBaseline, resumeMatch},
-                                            {encodeBaseline, decodeBaseline, resumeMatch},
-                                            {encodeAvx2, decodeAvx2, resumeMatch},
-                                            {encodeAvx2, decodeAvx2, resumeMatch}};
+constinit const TierTable<LzssKernels> lzssKernels(
+    {{tierBaseline, {encodeBaseline, decodeBaseline, resumeMatch}},
+     {tierAvx2, {encodeAvx2, decodeAvx2, resumeMatch}}});
 
 void lzssDrain(LzssBits& bits, uint8_t*& dst, size_t& dstLen) {
   for (; bits.count >= 8 && dstLen > 0; --dstLen) {

@@ -76,7 +76,7 @@ struct LzssKernels {
   void (*resumeMatch)(LzssDecoding& run);
 };
 
-extern const LzssKernels lzssKernels[tierCount];
+extern const TierTable<LzssKernels> lzssKernels;
 
 inline const LzssKernels& lzss() {
   return lzssKernels[activeTier];

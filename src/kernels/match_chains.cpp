@@ -265,6 +265,6 @@ constexpr ChainMatchKernels baseline = {average, best, insert, refresh};
 
 }  // namespace
 
-const ChainMatchKernels chainMatchKernels[tierCount] = {baseline, baseline, baseline, baseline};
+constinit const TierTable<ChainMatchKernels> chainMatchKernels({{tierBaseline, baseline}});
 
 }  // namespace zebdc::kernels

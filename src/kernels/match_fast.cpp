@@ -261,6 +261,6 @@ constexpr FastMatchKernels baseline = {find, insert};
 
 }  // namespace
 
-const FastMatchKernels fastMatchKernels[tierCount] = {baseline, baseline, baseline, baseline};
+constinit const TierTable<FastMatchKernels> fastMatchKernels({{tierBaseline, baseline}});
 
 }  // namespace zebdc::kernels

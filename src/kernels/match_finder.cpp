@@ -229,6 +229,6 @@ constexpr MatchFinderKernels baseline = {{fast<false>, average<false>, best<fals
 
 }  // namespace
 
-const MatchFinderKernels matchFinderKernels[tierCount] = {baseline, baseline, baseline, baseline};
+constinit const TierTable<MatchFinderKernels> matchFinderKernels({{tierBaseline, baseline}});
 
 }  // namespace zebdc::kernels

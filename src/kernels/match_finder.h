@@ -91,9 +91,9 @@ struct IndexMatchKernels {
   void (*best)(MatchRun& run, const MatchIndex& index);
 };
 
-extern const FastMatchKernels fastMatchKernels[tierCount];
-extern const ChainMatchKernels chainMatchKernels[tierCount];
-extern const IndexMatchKernels indexMatchKernels[tierCount];
+extern const TierTable<FastMatchKernels> fastMatchKernels;
+extern const TierTable<ChainMatchKernels> chainMatchKernels;
+extern const TierTable<IndexMatchKernels> indexMatchKernels;
 
 inline const FastMatchKernels& fastMatch() {
   return fastMatchKernels[activeTier];

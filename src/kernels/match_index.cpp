@@ -156,6 +156,6 @@ constexpr IndexMatchKernels baseline = {clear, count, layOut, enter, best};
 
 }  // namespace
 
-const IndexMatchKernels indexMatchKernels[tierCount] = {baseline, baseline, baseline, baseline};
+constinit const TierTable<IndexMatchKernels> indexMatchKernels({{tierBaseline, baseline}});
 
 }  // namespace zebdc::kernels

@@ -155,8 +155,7 @@ constexpr MemoryKernels kernelsWith = {copyBytes,    fillBytes,    fill16<fill>,
 
 }  // namespace
 
-const MemoryKernels memoryKernels[tierCount] = {kernelsWith<fillPattern>, kernelsWith<fillPattern>,
-                                                kernelsWith<avx2::fillPattern>,
-                                                kernelsWith<avx2::fillPattern>};
+constinit const TierTable<MemoryKernels> memoryKernels(
+    {{tierBaseline, kernelsWith<fillPattern>}, {tierAvx2, kernelsWith<avx2::fillPattern>}});
 
 }  // namespace zebdc::kernels

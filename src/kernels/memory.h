@@ -18,7 +18,7 @@ struct MemoryKernels {
   void (*fill128)(const void* value, void* dst, int len);  // 16-byte elements
 };
 
-extern const MemoryKernels memoryKernels[tierCount];
+extern const TierTable<MemoryKernels> memoryKernels;
 
 inline const MemoryKernels& memory() {
   return memoryKernels[activeTier];

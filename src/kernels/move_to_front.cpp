@@ -671,6 +671,7 @@ constexpr MoveToFrontKernels baseline = {forwardBaseline, inverseBaseline};
 constexpr MoveToFrontKernels wide = {avx512::forwardWide, avx512::inverseWide};
 }  // namespace
 
-const MoveToFrontKernels moveToFrontKernels[tierCount] = {baseline, baseline, baseline, wide};
+constinit const TierTable<MoveToFrontKernels> moveToFrontKernels({{tierBaseline, baseline},
+                                                                  {tierAvx512, wide}});
 
 }  // namespace zebdc::kernels

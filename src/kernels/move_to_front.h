@@ -17,7 +17,7 @@ struct MoveToFrontKernels {
   void (*inverse)(const uint8_t* src, uint8_t* dst, int len, uint8_t* list);
 };
 
-extern const MoveToFrontKernels moveToFrontKernels[tierCount];
+extern const TierTable<MoveToFrontKernels> moveToFrontKernels;
 
 inline const MoveToFrontKernels& moveToFront() {
   return moveToFrontKernels[activeTier];

@@ -197,10 +197,8 @@ void decode(const HuffmanPairs* pairs, const HuffmanLongCodes* const* longCodes,
 }  // namespace avx2
 ZEBDC_END_TARGET
 
-const MultiHuffmanKernels multiHuffmanKernels[tierCount] = {
-    {chooseTables, encode, decode},
-    {chooseTables, encode, decode},
-    {chooseTables, avx2::encode, avx2::decode},
-    {chooseTables, avx2::encode, avx2::decode}};
+constinit const TierTable<MultiHuffmanKernels> multiHuffmanKernels(
+    {{tierBaseline, {chooseTables, encode, decode}},
+     {tierAvx2, {chooseTables, avx2::encode, avx2::decode}}});
 
 }  // namespace zebdc::kernels

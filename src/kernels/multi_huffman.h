@@ -122,7 +122,7 @@ struct MultiHuffmanKernels {
                  MultiHuffmanInput& input);
 };
 
-extern const MultiHuffmanKernels multiHuffmanKernels[tierCount];
+extern const TierTable<MultiHuffmanKernels> multiHuffmanKernels;
 
 inline const MultiHuffmanKernels& multiHuffman() {
   return multiHuffmanKernels[activeTier];

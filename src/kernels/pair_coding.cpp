@@ -405,7 +405,8 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const PairCodingKernels pairCodingKernels[tierCount] = {baseline::kernels, baseline::kernels,
-                                                        avx2::kernels, avx512::kernels};
+constinit const TierTable<PairCodingKernels> pairCodingKernels({{tierBaseline, baseline::kernels},
+                                                                {tierAvx2, avx2::kernels},
+                                                                {tierAvx512, avx512::kernels}});
 
 }  // namespace zebdc::kernels

@@ -123,7 +123,7 @@ struct PairCodingKernels {
   size_t (*code)(PairCodes codes, const ZebLZ77Pair* pairs, size_t pairsLen, BitSink& sink);
 };
 
-extern const PairCodingKernels pairCodingKernels[tierCount];
+extern const TierTable<PairCodingKernels> pairCodingKernels;
 
 inline const PairCodingKernels& pairCoding() {
   return pairCodingKernels[activeTier];

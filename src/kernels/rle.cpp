@@ -76,9 +76,9 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const RleKernels rleKernels[tierCount] = {{baseline::encode, baseline::decode},
-                                          {baseline::encode, baseline::decode},
-                                          {avx2::encode, avx2::decode},
-                                          {avx512::encode, avx512::decode}};
+constinit const TierTable<RleKernels> rleKernels({{tierBaseline,
+                                                   {baseline::encode, baseline::decode}},
+                                                  {tierAvx2, {avx2::encode, avx2::decode}},
+                                                  {tierAvx512, {avx512::encode, avx512::decode}}});
 
 }  // namespace zebdc::kernels

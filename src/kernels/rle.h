@@ -25,7 +25,7 @@ struct RleKernels {
   RleProgress (*decode)(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t capacity);
 };
 
-extern const RleKernels rleKernels[tierCount];
+extern const TierTable<RleKernels> rleKernels;
 
 inline const RleKernels& rle() {
   return rleKernels[activeTier];

@@ -68,7 +68,7 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const RunScanKernels runScanKernels[tierCount] = {
-    {baseline::copyToRun}, {baseline::copyToRun}, {avx2::copyToRun}, {avx2::copyToRun}};
+constinit const TierTable<RunScanKernels> runScanKernels({{tierBaseline, {baseline::copyToRun}},
+                                                          {tierAvx2, {avx2::copyToRun}}});
 
 }  // namespace zebdc::kernels

@@ -16,7 +16,7 @@ struct RunScanKernels {
   size_t (*copyToRun)(const uint8_t* src, size_t count, uint8_t* dst);
 };
 
-extern const RunScanKernels runScanKernels[tierCount];
+extern const TierTable<RunScanKernels> runScanKernels;
 
 inline const RunScanKernels& runScan() {
   return runScanKernels[activeTier];

@@ -343,7 +343,7 @@ ZEBDC_END_TARGET
 
 #undef ZEBDC_STREAM_MATCH_VARIANT
 
-const StreamMatchKernels streamMatchKernels[tierCount] = {kernelsBaseline, kernelsBaseline,
-                                                          kernelsAvx2, kernelsAvx2};
+constinit const TierTable<StreamMatchKernels> streamMatchKernels({{tierBaseline, kernelsBaseline},
+                                                                  {tierAvx2, kernelsAvx2}});
 
 }  // namespace zebdc::kernels

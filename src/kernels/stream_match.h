@@ -50,7 +50,7 @@ struct StreamMatchKernels {
   void (*findLazy)(StreamMatchRun& run, const StreamSearch& search);
 };
 
-extern const StreamMatchKernels streamMatchKernels[tierCount];
+extern const TierTable<StreamMatchKernels> streamMatchKernels;
 
 inline const StreamMatchKernels& streamMatch() {
   return streamMatchKernels[activeTier];

@@ -26,9 +26,10 @@
 
 #define ZEBDC_SSE42_FEATURES "sse4.1,sse4.2,popcnt,pclmul"
 #define ZEBDC_AVX2_FEATURES ZEBDC_SSE42_FEATURES ",avx,avx2,bmi,bmi2,lzcnt,movbe"
+#define ZEBDC_VPCLMUL_FEATURES ZEBDC_AVX2_FEATURES ",vpclmulqdq"
 #define ZEBDC_AVX512_FEATURES \
-  ZEBDC_AVX2_FEATURES         \
-  ",avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx512vbmi2,avx512vnni,vpclmulqdq"
+  ZEBDC_VPCLMUL_FEATURES      \
+  ",avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx512vbmi2,avx512vnni"
 
 #define ZEBDC_PRAGMA(text) _Pragma(#text)
 
@@ -55,6 +56,7 @@
 
 #define ZEBDC_BEGIN_SSE42 ZEBDC_BEGIN_TARGET(ZEBDC_SSE42_FEATURES)
 #define ZEBDC_BEGIN_AVX2 ZEBDC_BEGIN_TARGET(ZEBDC_AVX2_FEATURES)
+#define ZEBDC_BEGIN_VPCLMUL ZEBDC_BEGIN_TARGET(ZEBDC_VPCLMUL_FEATURES)
 #define ZEBDC_BEGIN_AVX512 ZEBDC_BEGIN_TARGET(ZEBDC_AVX512_FEATURES)
 
 #endif

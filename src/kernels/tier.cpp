@@ -58,8 +58,8 @@ constexpr uint32_t leaf1Avx2 = bit(22) | bit(27) | bit(28);  // MOVBE OSXSAVE AV
 // Leaf 7, EBX and ECX.
 constexpr uint32_t leaf7EbxAvx2 = bit(3) | bit(5) | bit(8);                 // BMI1 AVX2 BMI2
 constexpr uint32_t leaf7EbxAvx512 = bit(16) | bit(17) | bit(30) | bit(31);  // F DQ BW VL
-constexpr uint32_t leaf7EcxAvx512 =
-    bit(1) | bit(6) | bit(10) | bit(11);  // VBMI VBMI2 VPCLMULQDQ VNNI
+constexpr uint32_t leaf7EcxVpclmul = bit(10);
+constexpr uint32_t leaf7EcxAvx512 = bit(1) | bit(6) | bit(11);  // VBMI VBMI2 VNNI
 // Leaf 0x80000001, ECX.
 constexpr uint32_t extendedLzcnt = bit(5);
 // State components: SSE and AVX; opmask and both halves of the ZMM registers.
@@ -79,8 +79,10 @@ Tier bestTierOfThisMachine() {
                        hasAll(cpuid(0x80000001u).ecx, extendedLzcnt);
   if (!hasAvx2 || (enabledState() & avxState) != avxState) return tierSse42;
 
+  if (!hasAll(leaf7.ecx, leaf7EcxVpclmul)) return tierAvx2;
+
   const bool hasAvx512 = hasAll(leaf7.ebx, leaf7EbxAvx512) && hasAll(leaf7.ecx, leaf7EcxAvx512);
-  if (!hasAvx512 || (enabledState() & avx512State) != avx512State) return tierAvx2;
+  if (!hasAvx512 || (enabledState() & avx512State) != avx512State) return tierVpclmul;
   return tierAvx512;
 }
 

@@ -162,9 +162,8 @@ ZEBDC_END_TARGET
 
 }  // namespace
 
-const ZeroRunKernels zeroRunKernels[tierCount] = {{baseline::encode, baseline::decode},
-                                                  {baseline::encode, baseline::decode},
-                                                  {avx2::encode, avx2::decode},
-                                                  {avx2::encode, avx2::decode}};
+constinit const TierTable<ZeroRunKernels> zeroRunKernels(
+    {{tierBaseline, {baseline::encode, baseline::decode}},
+     {tierAvx2, {avx2::encode, avx2::decode}}});
 
 }  // namespace zebdc::kernels

@@ -27,7 +27,7 @@ struct ZeroRunKernels {
 
 constexpr size_t zeroRunBlock = 64;
 
-extern const ZeroRunKernels zeroRunKernels[tierCount];
+extern const TierTable<ZeroRunKernels> zeroRunKernels;
 
 inline const ZeroRunKernels& zeroRuns() {
   return zeroRunKernels[activeTier];

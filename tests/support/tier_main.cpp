@@ -13,7 +13,7 @@ namespace {
 constexpr int exitSkipped = 77;
 constexpr int exitUsage = 2;
 constexpr std::string_view tierNames[zebdc::kernels::tierCount] = {"baseline", "sse42", "avx2",
-                                                                   "avx512"};
+                                                                   "vpclmul", "avx512"};
 
 int useTier(std::string_view name) {
   for (int tier = 0; tier < zebdc::kernels::tierCount; ++tier) {
