@@ -113,7 +113,7 @@ ProgressSource FileTasks::showingProgress(const Input& input, ByteSource& source
 void FileTasks::compress(Input& input) {
   const Format& format = options_.format != nullptr ? *options_.format : *formats().front();
   CompressSettings settings;
-  settings.level = options_.level;
+  settings.level = options_.level.value_or(format.defaultLevel);
   settings.threads = options_.threads;
   settings.dictionary = options_.dictionary;
   settings.method = options_.method;
@@ -167,7 +167,7 @@ void FileTasks::decompress(Input& input) {
     return;
   }
   const std::unique_ptr<Decompressor> decompressor =
-      format->makeDecompressor({.dictionary = options_.dictionary});
+      format->makeDecompressor({.threads = options_.threads, .dictionary = options_.dictionary});
   OriginalFile original = decompressor->readHeader(source);
   if (!options_.useOriginalName.value_or(false)) original = {};
 

@@ -8,6 +8,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace zebz {
 
@@ -31,6 +32,20 @@ Owner makeRecord(Make make) {
   expectNoError(make(&record));
   return Owner(record);
 }
+
+// Memory for a record that an Init function builds in place, aligned as the library may expect.
+template <class Record>
+class RecordMemory {
+ public:
+  explicit RecordMemory(size_t size) : units_(size / sizeof(Unit) + 1) {}
+  Record* get() { return reinterpret_cast<Record*>(units_.data()); }
+
+ private:
+  struct alignas(16) Unit {
+    uint8_t bytes[16];
+  };
+  std::vector<Unit> units_;
+};
 
 }  // namespace zebz
 

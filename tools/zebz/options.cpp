@@ -82,7 +82,7 @@ void addLevels(CLI::App& app, Options& options) {
     std::string help;
     if (level == 1) {
       names += ",--fast";
-      help = "compress faster: levels 1 to 9, 6 by default";
+      help = "compress faster: levels 1 to 9; 6, with bzip2 9, by default";
     } else if (level == 9) {
       names += ",--best";
       help = "compress better";
@@ -149,7 +149,7 @@ Options parseOptions(std::vector<std::string> arguments) {
   app.add_flag("-f,--force", options.force,
                "overwrite files, follow links, write compressed data to a terminal");
   addLevels(app, options);
-  app.add_option("-T,--threads", options.threads, "compress with N threads; 0: one per processor")
+  app.add_option("-T,--threads", options.threads, "work with N threads; 0: one per processor")
       ->type_name("N")
       ->check(CLI::Range(0U, mostThreads).description(""));
   app.add_option("--format", formatName, formatNameList() + "; to decompress, found out")

@@ -16,7 +16,7 @@ struct Options {
   Action action = Action::compress;
   const Format* format = nullptr;  // null: the default to compress, found out to decompress
   std::string_view method;         // of the format, where it has any
-  int level = 6;
+  std::optional<int> level;        // the format's own by default
   unsigned threads = 1;
   bool toStdout = false;
   bool keep = false;

@@ -6,7 +6,8 @@
 namespace zebz {
 namespace {
 
-constexpr std::array allFormats = {&gzipFormat, &zlibFormat, &deflateFormat, &zebFormat};
+constexpr std::array allFormats = {&gzipFormat, &zlibFormat, &deflateFormat, &bzip2Format,
+                                   &zebFormat};
 
 bool startsWith(Bytes bytes, std::string_view magic) {
   return bytes.size() >= magic.size() &&

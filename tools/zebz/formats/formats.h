@@ -8,6 +8,7 @@
 
 namespace zebz {
 
+extern const Format bzip2Format;
 extern const Format deflateFormat;
 extern const Format gzipFormat;
 extern const Format zebFormat;

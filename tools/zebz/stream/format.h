@@ -34,6 +34,7 @@ struct CompressSettings {
 };
 
 struct DecompressSettings {
+  unsigned threads = 1;  // of use to the formats whose parts can be decoded apart
   std::vector<uint8_t> dictionary;
 };
 
@@ -79,6 +80,7 @@ struct Format {
   std::string_view magic;      // the first bytes of every file; empty: the format has none
   std::span<const Suffix> suffixes;
   bool takesDictionary = false;
+  int defaultLevel = 6;
   std::span<const std::string_view> methods = {};  // as --method takes them; the first by default
 
   std::unique_ptr<Compressor> (*makeCompressor)(const CompressSettings& settings);

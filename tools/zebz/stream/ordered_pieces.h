@@ -7,6 +7,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace zebz {
@@ -24,9 +25,9 @@ class OrderedPieces {
  public:
   OrderedPieces(unsigned threads, Read read, MakeWorker makeWorker, Write write)
       : threadCount_(threads),
-        read_(read),
-        makeWorker_(makeWorker),
-        write_(write),
+        read_(std::move(read)),
+        makeWorker_(std::move(makeWorker)),
+        write_(std::move(write)),
         slots_(2 * size_t{threads}) {}
 
   ~OrderedPieces() {
@@ -123,9 +124,20 @@ class OrderedPieces {
   std::vector<std::thread> threads_;
 };
 
+// With one thread, everything runs on the caller's, one piece after the other.
 template <typename Piece, typename Read, typename MakeWorker, typename Write>
 void processInOrder(unsigned threads, Read read, MakeWorker makeWorker, Write write) {
-  OrderedPieces<Piece, Read, MakeWorker, Write>(threads, read, makeWorker, write).run();
+  if (threads == 1) {
+    auto worker = makeWorker();
+    for (Piece piece; read(piece);) {
+      worker(piece);
+      write(piece);
+    }
+    return;
+  }
+  OrderedPieces<Piece, Read, MakeWorker, Write>(threads, std::move(read), std::move(makeWorker),
+                                                std::move(write))
+      .run();
 }
 
 }  // namespace zebz

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "library_record.h"
 
@@ -213,21 +214,16 @@ class LzoCoder final : public BlockCoder {
   }
 
   ZebLZOState_8u* state() {
-    if (memory_.empty()) {
+    if (!memory_) {
       uint32_t size = 0;
       expectNoError(zebsEncodeLZOGetSize(zebLZOMethod1X1, usualBlock, &size));
-      memory_.resize(size / sizeof(Unit) + 1);
-      expectNoError(zebsEncodeLZOInit_8u(zebLZOMethod1X1, usualBlock, record()));
+      memory_.emplace(size);
+      expectNoError(zebsEncodeLZOInit_8u(zebLZOMethod1X1, usualBlock, memory_->get()));
     }
-    return record();
+    return memory_->get();
   }
 
-  ZebLZOState_8u* record() { return reinterpret_cast<ZebLZOState_8u*>(memory_.data()); }
-
-  struct alignas(16) Unit {
-    uint8_t bytes[16];
-  };
-  std::vector<Unit> memory_;
+  std::optional<RecordMemory<ZebLZOState_8u>> memory_;
 };
 
 template <class Coder>
