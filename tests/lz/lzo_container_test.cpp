@@ -4,6 +4,7 @@
 #include <zebdc/zebdc.h>
 
 #include "lz/lzo_helpers.h"
+#include "lz/plain_lzo.h"
 #include "support/data.h"
 
 namespace zebdc {
@@ -186,6 +187,45 @@ TEST(LzoContainer, ReportsTheLastErrorAndTheSumOfTheOutputs) {
       EXPECT_EQ(result.status, zebErrLZOData);
       EXPECT_EQ(result.out.size(), 50u);
     }
+  }
+}
+
+// Whatever is wrong, the decoder does what the plain rendering does.
+void expectDecodesLikePlain(const Bytes& hostile, size_t capacity) {
+  const test::PlainLzoResult plain = test::plainDecodeAnyLzo(hostile, capacity);
+  const LzoDecoded result = lzoDecoded(zebsDecodeLZOSafe_8u, hostile, capacity);
+  ASSERT_EQ(result.status, plain.valid ? zebOk : zebErrLZOData);
+  ASSERT_EQ(result.out.size(), plain.out.size());
+  if (plain.gapless) {
+    ASSERT_EQ(result.out, plain.out);
+  }
+}
+
+TEST(LzoContainer, TruncationAtEveryByte) {
+  for (const size_t parts : {2, 7, 32}) {
+    const Bytes source = test::textLike(900, parts);
+    const Bytes container = containerOf(source, parts);
+    for (size_t size = 0; size < container.size(); ++size) {
+      const Bytes cut(container.begin(), container.begin() + static_cast<ptrdiff_t>(size));
+      ASSERT_NO_FATAL_FAILURE(expectDecodesLikePlain(cut, source.size())) << parts << ", " << size;
+    }
+  }
+}
+
+TEST(LzoContainer, MutatedContainersDecodeLikeThePlainRendering) {
+  test::Random random(6);
+  std::vector<Bytes> containers;
+  for (size_t parts = 1; parts <= 32; ++parts) {
+    containers.push_back(containerOf(test::textLike(200 + 10 * parts, parts), parts));
+  }
+  for (int round = 0; round < 8000; ++round) {
+    Bytes hostile = containers[static_cast<size_t>(round) % containers.size()];
+    if (round % 2 == 0) {
+      hostile[3 + test::below(random, 40)] = static_cast<uint8_t>(random());  // length or sizes
+    } else {
+      hostile = test::mutated(hostile, random);
+    }
+    ASSERT_NO_FATAL_FAILURE(expectDecodesLikePlain(hostile, test::below(random, 1200))) << round;
   }
 }
 

@@ -43,9 +43,9 @@ class LzoPeer : public testing::Test {
   test::LzoRecord record_;
 };
 
-TEST_F(LzoPeer, StreamsOfSmallSizesAreExchanged) {
+TEST_F(LzoPeer, StreamsOfAllSmallSizesAreExchanged) {
   const Bytes whole = test::textLike(2000, 1);
-  for (size_t size = 1; size <= whole.size(); size += 1 + size / 60) {
+  for (size_t size = 1; size <= whole.size(); ++size) {
     SCOPED_TRACE(size);
     expectExchange(Bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)));
   }

@@ -23,7 +23,7 @@ using test::Random;
 using test::randomBytes;
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int mutationRounds = 4'000;
+constexpr int mutationRounds = 20'000;
 #else
 constexpr int mutationRounds = 60'000;
 #endif
@@ -452,13 +452,58 @@ TEST(EncodeLzss, InitBeginsANewStream) {
 
 // ---- Decoding
 
-TEST(Lzss, RoundTripsAtAllSizes) {
+TEST(Lzss, RoundTripsAtManySizes) {
   const Bytes whole = manyKinds(70'000, 6);
   for (size_t size = 1; size <= whole.size(); size += size < 300 ? 1 : 1 + size / 29) {
     const Bytes source(whole.end() - static_cast<ptrdiff_t>(size), whole.end());
     const Bytes stream = encoded(source);
     ASSERT_EQ(decoded(stream, size), source) << size;
     ASSERT_EQ(decoded(stream, size + 400), source) << size;
+  }
+}
+
+TEST(Lzss, EmptySourceGivesNothing) {
+  EXPECT_EQ(encoded({}), Bytes());
+}
+
+// All sizes that are small or around the capacities of the history, and every 67th between them.
+size_t nextSize(size_t size) {
+  for (const size_t middle : {0, 32'768, 65'536}) {
+    if (size + 280 >= middle && size < middle + 280) return size + 1;
+  }
+  return size + 67;
+}
+
+// What a size decides happens near both ends of a source. Between them the data is quick to code.
+TEST(Lzss, RoundTripsAtSizesUpTo70000) {
+  constexpr size_t largest = 70'000;
+  constexpr size_t variedEnd = 300;
+  GuardedBuffer source(largest);
+  for (size_t i = 0; i < largest; ++i) source[i] = static_cast<uint8_t>(i / 1000);
+  const Bytes end = manyKinds(variedEnd, 12);
+  std::copy(end.begin(), end.end(), source.end() - variedEnd);
+
+  const Record encoder(zebsEncodeLZSSInit_8u);
+  const Record decoder(zebsDecodeLZSSInit_8u);
+  const GuardedBuffer code(worstCase(largest));
+  const GuardedBuffer room(largest);
+  for (size_t size = 1; size <= largest; size = nextSize(size)) {
+    const uint8_t* pSrc = source.end() - size;
+    uint8_t* const stream = code.end() - worstCase(size);
+    uint8_t* pDst = stream;
+    int srcLen = static_cast<int>(size);
+    int dstLen = static_cast<int>(worstCase(size));
+    ASSERT_EQ(zebsEncodeLZSSInit_8u(encoder.state()), zebOk);
+    ASSERT_EQ(zebsEncodeLZSS_8u(&pSrc, &srcLen, &pDst, &dstLen, encoder.state()), zebOk);
+    ASSERT_EQ(zebsEncodeLZSSFlush_8u(&pDst, &dstLen, encoder.state()), zebOk);
+
+    pSrc = stream;
+    srcLen = static_cast<int>(pDst - stream);
+    pDst = room.end() - size;
+    dstLen = static_cast<int>(size);
+    ASSERT_EQ(zebsDecodeLZSSInit_8u(decoder.state()), zebOk);
+    ASSERT_EQ(zebsDecodeLZSS_8u(&pSrc, &srcLen, &pDst, &dstLen, decoder.state()), zebWarnDstFull);
+    ASSERT_EQ(memcmp(source.end() - size, room.end() - size, size), 0) << size;
   }
 }
 

@@ -6,6 +6,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -143,6 +144,9 @@ class PlainLzoCompressor {
 struct PlainLzoResult {
   bool valid = true;
   Bytes out;
+  // False for a container of which a part makes less than its slice: only the number of bytes in
+  // out then means something.
+  bool gapless = true;
 };
 
 class PlainLzoDecoder {
@@ -235,6 +239,50 @@ inline Bytes plainCompressLzo(const Bytes& source) {
 
 inline PlainLzoResult plainDecodeLzo(const Bytes& source, size_t capacity) {
   return PlainLzoDecoder(source, capacity).run();
+}
+
+inline size_t plainNumberAt(const Bytes& bytes, size_t at) {
+  size_t number = 0;
+  for (size_t i = 4; i > 0; --i) number = number << 8 | bytes[at + i - 1];
+  return number;
+}
+
+inline bool isPlainLzoContainer(const Bytes& source) {
+  if (source.size() < 11 || source[0] != 0x55 || source[1] < 1 || source[1] > 32) return false;
+  if (source[2] != (source[1] ^ 0x55)) return false;
+  const size_t number = plainNumberAt(source, 7);
+  const size_t end = 4 * size_t{source[1]} + number;
+  if (source.size() < number + 7 || source.size() < end + 3) return false;
+  return source[end] == 0x11 && source[end + 1] == 0 && source[end + 2] == 0;
+}
+
+// A plain stream or a container.
+inline PlainLzoResult plainDecodeAnyLzo(const Bytes& source, size_t capacity) {
+  if (!isPlainLzoContainer(source)) return plainDecodeLzo(source, capacity);
+  const size_t parts = source[1];
+  const size_t each = plainNumberAt(source, 3) / parts;
+  PlainLzoResult result;
+  size_t at = 3 + 4 * parts;
+  for (size_t part = 0; part < parts; ++part) {
+    const bool isLast = part + 1 == parts;
+    const size_t left = source.size() - at;
+    const size_t size = isLast ? left : plainNumberAt(source, 7 + 4 * part);
+    const size_t length = isLast ? plainNumberAt(source, 3) - part * each : each;
+    if (size > left || part * each + length > capacity) {
+      result.valid = false;
+      result.gapless = false;
+      at += std::min(size, left);
+      continue;
+    }
+    const auto begin = source.begin() + static_cast<ptrdiff_t>(at);
+    const Bytes stream(begin, begin + static_cast<ptrdiff_t>(size));
+    const PlainLzoResult made = plainDecodeLzo(stream, length);
+    result.valid = result.valid && made.valid;
+    result.gapless = result.gapless && (isLast || made.out.size() == length);
+    result.out.insert(result.out.end(), made.out.begin(), made.out.end());
+    at += size;
+  }
+  return result;
 }
 
 }  // namespace zebdc::test

@@ -1,6 +1,7 @@
 // Plain run-length coding.
 
 #include <gtest/gtest.h>
+#include <string.h>
 #include <zebdc/zebdc.h>
 
 #include <algorithm>
@@ -178,6 +179,42 @@ TEST(Rle, RoundTripsAtEverySmallSize) {
   }
 }
 
+TEST(Rle, RoundTripsAtAllSizesUpTo70000) {
+  constexpr size_t largest = 70'000;
+  constexpr size_t variedEnd = 500;
+  GuardedBuffer source(largest);
+  for (size_t i = 0; i < largest; ++i) source[i] = static_cast<uint8_t>(i / 1000);
+  const Bytes end = withRuns(variedEnd, 9);
+  std::copy(end.begin(), end.end(), source.end() - variedEnd);
+
+  const GuardedBuffer code(worstCase(largest));
+  const GuardedBuffer room(largest);
+  for (size_t size = 1; size <= largest; ++size) {
+    const uint8_t* pSrc = source.end() - size;
+    uint8_t* const stream = code.end() - worstCase(size);
+    int srcLen = static_cast<int>(size);
+    int streamLen = static_cast<int>(worstCase(size));
+    ASSERT_EQ(zebsEncodeRLE_8u(&pSrc, &srcLen, stream, &streamLen), zebOk);
+    pSrc = stream;
+    uint8_t* const dst = room.end() - size;
+    int dstLen = static_cast<int>(size);
+    ASSERT_EQ(zebsDecodeRLE_8u(&pSrc, &streamLen, dst, &dstLen), zebOk);
+    ASSERT_EQ(dstLen, static_cast<int>(size));
+    ASSERT_EQ(memcmp(source.end() - size, dst, size), 0) << size;
+  }
+}
+
+TEST(DecodeRle, TruncationAtEveryByte) {
+  const Bytes code = encoded(withRuns(1500, 10));
+  for (size_t size = 1; size <= code.size(); ++size) {
+    const auto cut = std::span(code).first(size);
+    for (const size_t capacity : {size_t{100}, size_t{1500}, size_t{5000}}) {
+      ASSERT_EQ(call(zebsDecodeRLE_8u, cut, capacity),
+                callPlain(test::plainDecodeRle, cut, capacity));
+    }
+  }
+}
+
 TEST(Rle, RoundTripsAllKindsOfData) {
   for (const size_t size : {1000, 65536, 70000}) {
     for (const auto& [name, source] : test::oneOfEachKind(size)) {
@@ -208,7 +245,7 @@ TEST(Rle, MatchesThePlainRenderingForAnyBytesAndRooms) {
 TEST(Rle, MutatedStreamsDecodeLikeThePlainRendering) {
   Random random(6);
   const Bytes code = encoded(withRuns(500, 1));
-  for (int round = 0; round < 5000; ++round) {
+  for (int round = 0; round < 20'000; ++round) {
     const Bytes hostile = test::mutated(code, random);
     const size_t capacity = 1 + below(random, 2000);
     ASSERT_EQ(call(zebsDecodeRLE_8u, hostile, capacity),
