@@ -2,6 +2,7 @@
 
 #include "kernels/interval_transform.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "frame/bytes.h"
@@ -19,21 +20,22 @@ constexpr uint32_t updatesBetweenHalvings = 8;
 
 // The smallest k of at least 1 with count << k no less than sum.
 ZEBDC_ALWAYS_INLINE uint32_t parameterFor(uint64_t sum, uint64_t count) {
-  if (count >= sum) return 1;
-  // The bit lengths place k within one of their difference.
-  const int least = std::bit_width(sum) - std::bit_width(count);
-  const uint32_t k = static_cast<uint32_t>(least) + ((count << least) < sum);
-  return k > 1 ? k : 1;
+  // The bit lengths place k within one of their difference. There is no branch on it: frequent
+  // values go back and forth between the smallest parameters.
+  const int least =
+      std::max(static_cast<int>(std::bit_width(sum)) - static_cast<int>(std::bit_width(count)), 1);
+  return static_cast<uint32_t>(least) + ((count << least) < sum);
 }
 
 ZEBDC_ALWAYS_INLINE void addInterval(IntervalStatistics& statistics, uint32_t interval) {
   statistics.sum += interval;
   ++statistics.count;
-  if (++statistics.updates == updatesBetweenHalvings) {
-    statistics.sum /= 2;
-    statistics.count /= 2;
-    statistics.updates = 0;
-  }
+  ++statistics.updates;
+  // A shift by 1 or 0: a branch would be mispredicted at every other halving.
+  const uint32_t halvings = statistics.updates / updatesBetweenHalvings;
+  statistics.sum >>= halvings;
+  statistics.count >>= halvings;
+  statistics.updates %= updatesBetweenHalvings;
   statistics.k = parameterFor(statistics.sum, statistics.count);
 }
 
@@ -221,7 +223,8 @@ ZEBDC_ALWAYS_INLINE IntervalResult getIntervalBody(IntervalSource& source,
                                                    IntervalStatistics& statistics,
                                                    uint32_t* interval) {
   constexpr uint64_t farFromEnd = 128;
-  constexpr uint32_t usualParameter = 30;
+  // Up to it quotients below 8 give intervals of at most INT32_MAX.
+  constexpr uint32_t usualParameter = 28;
   const uint32_t k = statistics.k;
   if (source.bitEnd - source.bit >= farFromEnd && k <= usualParameter) [[likely]] {
     const uint64_t bits = loadBigEndian<uint64_t>(source.bytes + source.bit / 8)
@@ -229,13 +232,11 @@ ZEBDC_ALWAYS_INLINE IntervalResult getIntervalBody(IntervalSource& source,
     const uint32_t quotient = static_cast<uint32_t>(std::countl_one(bits));
     if (quotient < escapeQuotient) [[likely]] {
       const uint32_t low = static_cast<uint32_t>((bits << (quotient + 1)) >> (64 - k));
-      const uint64_t value = (static_cast<uint64_t>(quotient) << k) + low;
-      if (value <= INT32_MAX) [[likely]] {
-        source.bit += quotient + 1 + k;
-        addInterval(statistics, static_cast<uint32_t>(value));
-        *interval = static_cast<uint32_t>(value);
-        return IntervalResult::more;
-      }
+      const uint32_t value = (quotient << k) + low;
+      source.bit += quotient + 1 + k;
+      addInterval(statistics, value);
+      *interval = value;
+      return IntervalResult::more;
     }
   }
   return getIntervalCarefully(source, statistics, interval);
@@ -278,13 +279,8 @@ ZEBDC_ALWAYS_INLINE void exchange(T& a, T& b) {
   b = before;
 }
 
-ZEBDC_ALWAYS_INLINE void exchangeDecoded(IntervalDecoder& decoder, int first) {
-  exchange(decoder.remaining[first], decoder.remaining[first + 1]);
-  exchange(decoder.upcoming[first], decoder.upcoming[first + 1]);
-  exchangeValues(decoder.leaves, first, first + 1);
-}
-
-// The positions with nothing left before them, as a set of bits.
+// The positions with nothing left before them, as a set of bits. Those of the first group are left
+// out while a loop holds that group in registers.
 struct ReadyPositions {
   static constexpr int words = intervalPositions / 64;
   uint64_t bits[words];
@@ -319,52 +315,54 @@ alignas(64) constexpr uint32_t laneNumbers[intervalGroup] = {0, 1, 2,  3,  4,  5
 
 }  // namespace
 
-// Each tier gives the two steps on a group of 16 positions, which return the set of those with
-// nothing left:
+// Each tier gives a group of 16 positions in registers and the two steps on it:
 //
 //   passAll    every value waits for one byte less
 //   passUpTo   so do those before a lane; the lane itself waits for the given number
-//
-// Whole vectors are stored, so that the loads of the next byte's steps are served by them at once.
+//   lanesWith  the set of lanes that wait for just so many bytes
 
 namespace {
 namespace baseline {
-using Quarters = __m128i[4];
+struct Group {
+  __m128i v[4];
+};
 
-ZEBDC_ALWAYS_INLINE void loadGroup(const uint32_t* group, Quarters v) {
-  for (int i = 0; i < 4; ++i) v[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(group) + i);
-}
-
-ZEBDC_ALWAYS_INLINE uint32_t storeGroup(uint32_t* group, const Quarters v) {
-  __m128i zero[4];
+ZEBDC_ALWAYS_INLINE Group loadGroup(const uint32_t* waits) {
+  Group group;
   for (int i = 0; i < 4; ++i) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(group) + i, v[i]);
-    zero[i] = _mm_cmpeq_epi32(v[i], _mm_setzero_si128());
+    group.v[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(waits) + i);
   }
-  const __m128i packed =
-      _mm_packs_epi16(_mm_packs_epi32(zero[0], zero[1]), _mm_packs_epi32(zero[2], zero[3]));
-  return static_cast<uint32_t>(_mm_movemask_epi8(packed));
+  return group;
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passAll(uint32_t* group) {
-  Quarters v;
-  loadGroup(group, v);
-  for (int i = 0; i < 4; ++i) v[i] = _mm_add_epi32(v[i], _mm_set1_epi32(-1));
-  return storeGroup(group, v);
+ZEBDC_ALWAYS_INLINE void storeGroup(uint32_t* waits, const Group& group) {
+  for (int i = 0; i < 4; ++i) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(waits) + i, group.v[i]);
+  }
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passUpTo(uint32_t* group, int lane, uint32_t own) {
-  Quarters v;
-  loadGroup(group, v);
+ZEBDC_ALWAYS_INLINE void passAll(Group& group) {
+  for (__m128i& v : group.v) v = _mm_add_epi32(v, _mm_set1_epi32(-1));
+}
+
+ZEBDC_ALWAYS_INLINE void passUpTo(Group& group, int lane, uint32_t own) {
   const __m128i lanes = _mm_set1_epi32(lane);
   const __m128i owns = _mm_set1_epi32(static_cast<int>(own));
   for (int i = 0; i < 4; ++i) {
     const __m128i number = _mm_load_si128(reinterpret_cast<const __m128i*>(laneNumbers) + i);
     const __m128i isLane = _mm_cmpeq_epi32(number, lanes);
-    v[i] = _mm_add_epi32(v[i], _mm_cmpgt_epi32(lanes, number));
-    v[i] = _mm_or_si128(_mm_andnot_si128(isLane, v[i]), _mm_and_si128(isLane, owns));
+    const __m128i passed = _mm_add_epi32(group.v[i], _mm_cmpgt_epi32(lanes, number));
+    group.v[i] = _mm_or_si128(_mm_andnot_si128(isLane, passed), _mm_and_si128(isLane, owns));
   }
-  return storeGroup(group, v);
+}
+
+ZEBDC_ALWAYS_INLINE uint32_t lanesWith(const Group& group, uint32_t wait) {
+  const __m128i waits = _mm_set1_epi32(static_cast<int>(wait));
+  __m128i equal[4];
+  for (int i = 0; i < 4; ++i) equal[i] = _mm_cmpeq_epi32(group.v[i], waits);
+  const __m128i packed =
+      _mm_packs_epi16(_mm_packs_epi32(equal[0], equal[1]), _mm_packs_epi32(equal[2], equal[3]));
+  return static_cast<uint32_t>(_mm_movemask_epi8(packed));
 }
 
 #include "kernels/interval_decode.inc"
@@ -374,34 +372,41 @@ ZEBDC_ALWAYS_INLINE uint32_t passUpTo(uint32_t* group, int lane, uint32_t own) {
 ZEBDC_BEGIN_AVX2
 namespace {
 namespace avx2 {
-ZEBDC_ALWAYS_INLINE uint32_t storeGroup(uint32_t* group, __m256i low, __m256i high) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(group), low);
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(group) + 1, high);
-  const __m256i zero = _mm256_setzero_si256();
-  const int lowBits = _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(low, zero)));
-  const int highBits = _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(high, zero)));
-  return static_cast<uint32_t>(lowBits | highBits << 8);
+struct Group {
+  __m256i v[2];
+};
+
+ZEBDC_ALWAYS_INLINE Group loadGroup(const uint32_t* waits) {
+  const __m256i* const vectors = reinterpret_cast<const __m256i*>(waits);
+  return {{_mm256_loadu_si256(vectors), _mm256_loadu_si256(vectors + 1)}};
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passAll(uint32_t* group) {
-  const __m256i* const vectors = reinterpret_cast<const __m256i*>(group);
-  const __m256i less = _mm256_set1_epi32(-1);
-  return storeGroup(group, _mm256_add_epi32(_mm256_loadu_si256(vectors), less),
-                    _mm256_add_epi32(_mm256_loadu_si256(vectors + 1), less));
+ZEBDC_ALWAYS_INLINE void storeGroup(uint32_t* waits, const Group& group) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(waits), group.v[0]);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(waits) + 1, group.v[1]);
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passUpTo(uint32_t* group, int lane, uint32_t own) {
+ZEBDC_ALWAYS_INLINE void passAll(Group& group) {
+  for (__m256i& v : group.v) v = _mm256_add_epi32(v, _mm256_set1_epi32(-1));
+}
+
+ZEBDC_ALWAYS_INLINE void passUpTo(Group& group, int lane, uint32_t own) {
   const __m256i lanes = _mm256_set1_epi32(lane);
   const __m256i owns = _mm256_set1_epi32(static_cast<int>(own));
-  const __m256i* const numbers = reinterpret_cast<const __m256i*>(laneNumbers);
-  __m256i v[2];
   for (int i = 0; i < 2; ++i) {
-    const __m256i number = _mm256_load_si256(numbers + i);
-    v[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(group) + i);
-    v[i] = _mm256_add_epi32(v[i], _mm256_cmpgt_epi32(lanes, number));
-    v[i] = _mm256_blendv_epi8(v[i], owns, _mm256_cmpeq_epi32(number, lanes));
+    const __m256i number = _mm256_load_si256(reinterpret_cast<const __m256i*>(laneNumbers) + i);
+    const __m256i passed = _mm256_add_epi32(group.v[i], _mm256_cmpgt_epi32(lanes, number));
+    group.v[i] = _mm256_blendv_epi8(passed, owns, _mm256_cmpeq_epi32(number, lanes));
   }
-  return storeGroup(group, v[0], v[1]);
+}
+
+ZEBDC_ALWAYS_INLINE uint32_t equalLanes(__m256i a, __m256i b) {
+  return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(a, b))));
+}
+
+ZEBDC_ALWAYS_INLINE uint32_t lanesWith(const Group& group, uint32_t wait) {
+  const __m256i waits = _mm256_set1_epi32(static_cast<int>(wait));
+  return equalLanes(group.v[0], waits) | equalLanes(group.v[1], waits) << 8;
 }
 
 #include "kernels/interval_decode.inc"
@@ -412,22 +417,31 @@ ZEBDC_END_TARGET
 ZEBDC_BEGIN_AVX512
 namespace {
 namespace avx512 {
-ZEBDC_ALWAYS_INLINE uint32_t storeGroup(uint32_t* group, __m512i v) {
-  _mm512_storeu_si512(group, v);
-  return _mm512_testn_epi32_mask(v, v);
+struct Group {
+  __m512i v;
+};
+
+ZEBDC_ALWAYS_INLINE Group loadGroup(const uint32_t* waits) {
+  return {_mm512_loadu_si512(waits)};
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passAll(uint32_t* group) {
-  return storeGroup(group, _mm512_add_epi32(_mm512_loadu_si512(group), _mm512_set1_epi32(-1)));
+ZEBDC_ALWAYS_INLINE void storeGroup(uint32_t* waits, const Group& group) {
+  _mm512_storeu_si512(waits, group.v);
 }
 
-ZEBDC_ALWAYS_INLINE uint32_t passUpTo(uint32_t* group, int lane, uint32_t own) {
+ZEBDC_ALWAYS_INLINE void passAll(Group& group) {
+  group.v = _mm512_add_epi32(group.v, _mm512_set1_epi32(-1));
+}
+
+ZEBDC_ALWAYS_INLINE void passUpTo(Group& group, int lane, uint32_t own) {
   const __mmask16 before = static_cast<__mmask16>((1u << lane) - 1);
   const __mmask16 isLane = static_cast<__mmask16>(1u << lane);
-  __m512i v = _mm512_loadu_si512(group);
-  v = _mm512_mask_add_epi32(v, before, v, _mm512_set1_epi32(-1));
-  v = _mm512_mask_set1_epi32(v, isLane, static_cast<int>(own));
-  return storeGroup(group, v);
+  group.v = _mm512_mask_add_epi32(group.v, before, group.v, _mm512_set1_epi32(-1));
+  group.v = _mm512_mask_set1_epi32(group.v, isLane, static_cast<int>(own));
+}
+
+ZEBDC_ALWAYS_INLINE uint32_t lanesWith(const Group& group, uint32_t wait) {
+  return _mm512_cmpeq_epi32_mask(group.v, _mm512_set1_epi32(static_cast<int>(wait)));
 }
 
 #include "kernels/interval_decode.inc"
