@@ -6,8 +6,8 @@
 namespace zebz {
 namespace {
 
-constexpr std::array allFormats = {&gzipFormat, &zlibFormat, &deflateFormat, &bzip2Format,
-                                   &zebFormat};
+constexpr std::array allFormats = {&gzipFormat,  &zlibFormat, &deflateFormat,
+                                   &bzip2Format, &lzopFormat, &zebFormat};
 
 bool startsWith(Bytes bytes, std::string_view magic) {
   return bytes.size() >= magic.size() &&

@@ -11,6 +11,7 @@ namespace zebz {
 extern const Format bzip2Format;
 extern const Format deflateFormat;
 extern const Format gzipFormat;
+extern const Format lzopFormat;
 extern const Format zebFormat;
 extern const Format zlibFormat;
 

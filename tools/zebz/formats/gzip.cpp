@@ -3,6 +3,7 @@
 #include "deflate/deflate_decoder.h"
 #include "deflate/deflate_stream.h"
 #include "formats/formats.h"
+#include "stream/byte_order.h"
 #include "system/platform.h"
 
 namespace zebz {
@@ -21,10 +22,6 @@ constexpr uint8_t flagExtra = 1 << 2;
 constexpr uint8_t flagName = 1 << 3;
 constexpr uint8_t flagComment = 1 << 4;
 constexpr uint8_t flagsReserved = 0xE0;
-
-void appendLittleEndian32(std::vector<uint8_t>& bytes, uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<uint8_t>(value >> shift));
-}
 
 class GzipCompressor final : public Compressor {
  public:

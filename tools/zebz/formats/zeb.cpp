@@ -6,6 +6,7 @@
 
 #include "formats/formats.h"
 #include "library_record.h"
+#include "stream/byte_order.h"
 #include "zeb/block_coder.h"
 
 namespace zebz {
@@ -16,10 +17,6 @@ constexpr std::string_view methodNames[] = {"huff", "git", "lzss", "rle", "lzo"}
 
 // The largest block that a file may hold.
 constexpr uint32_t contentLimit = 1 << 20;
-
-void putLittleEndian32(std::vector<uint8_t>& bytes, uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<uint8_t>(value >> shift));
-}
 
 uint32_t checkOf(Bytes content) {
   uint32_t check = 0xFFFFFFFFu;
@@ -51,18 +48,18 @@ class ZebCompressor final : public Compressor {
     const bool coded = coder_->encode(content, code_);
     const Bytes written = coded ? Bytes(code_) : content;
     std::vector<uint8_t> header;
-    putLittleEndian32(header, static_cast<uint32_t>(content.size()));
-    putLittleEndian32(header, static_cast<uint32_t>(written.size()));
-    putLittleEndian32(header, checkOf(content));
+    appendLittleEndian32(header, static_cast<uint32_t>(content.size()));
+    appendLittleEndian32(header, static_cast<uint32_t>(written.size()));
+    appendLittleEndian32(header, checkOf(content));
     sink.write(header);
     sink.write(written);
   }
 
   static void writeEnd(uint64_t total, ByteSink& sink) {
     std::vector<uint8_t> end;
-    putLittleEndian32(end, 0);
-    putLittleEndian32(end, static_cast<uint32_t>(total));
-    putLittleEndian32(end, static_cast<uint32_t>(total >> 32));
+    appendLittleEndian32(end, 0);
+    appendLittleEndian32(end, static_cast<uint32_t>(total));
+    appendLittleEndian32(end, static_cast<uint32_t>(total >> 32));
     sink.write(end);
   }
 
@@ -106,7 +103,7 @@ class ZebDecompressor final : public Decompressor {
     if (size > contentLimit || codeSize > size || codeSize == 0) {
       throw DataError("invalid block sizes");
     }
-    takeBytes(source, codeSize, code_);
+    source.takeBytes(codeSize, code_);
     if (codeSize == size) {
       content_ = code_;
     } else {
@@ -116,17 +113,6 @@ class ZebDecompressor final : public Decompressor {
     if (checkOf(content_) != check) throw DataError("crc error");
     sink.write(content_);
     return check;
-  }
-
-  static void takeBytes(BufferedSource& source, size_t count, std::vector<uint8_t>& bytes) {
-    bytes.clear();
-    while (bytes.size() < count) {
-      if (!source.fill()) failUnexpectedEnd();
-      const size_t taken = std::min(source.unread().size(), count - bytes.size());
-      const Bytes part = source.unread().first(taken);
-      bytes.insert(bytes.end(), part.begin(), part.end());
-      source.skip(taken);
-    }
   }
 
   std::unique_ptr<BlockCoder> coder_;

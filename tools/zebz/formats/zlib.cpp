@@ -3,6 +3,7 @@
 #include "deflate/deflate_decoder.h"
 #include "deflate/deflate_stream.h"
 #include "formats/formats.h"
+#include "stream/byte_order.h"
 
 namespace zebz {
 namespace {
@@ -16,12 +17,6 @@ uint32_t adler32(Bytes bytes) {
   RunningCheck check(CheckKind::adler32);
   check.update(bytes);
   return check.value();
-}
-
-void appendBigEndian32(std::vector<uint8_t>& bytes, uint32_t value) {
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    bytes.push_back(static_cast<uint8_t>(value >> shift));
-  }
 }
 
 // FLEVEL, bits 6 and 7 of FLG: a hint at how hard the encoder tried, 2 being the default.

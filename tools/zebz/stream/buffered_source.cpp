@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace zebz {
 namespace {
 
@@ -50,6 +52,16 @@ uint32_t BufferedSource::takeBigEndian32() {
   uint32_t value = 0;
   for (int i = 0; i < 4; ++i) value = value << 8 | takeByte();
   return value;
+}
+
+void BufferedSource::takeBytes(size_t count, std::vector<uint8_t>& bytes) {
+  bytes.clear();
+  while (bytes.size() < count) {
+    if (!fill()) failUnexpectedEnd();
+    const Bytes part = unread().first(std::min(unread().size(), count - bytes.size()));
+    bytes.insert(bytes.end(), part.begin(), part.end());
+    skip(part.size());
+  }
 }
 
 }  // namespace zebz

@@ -39,6 +39,8 @@ class BufferedSource {
   uint16_t takeLittleEndian16();
   uint32_t takeLittleEndian32();
   uint32_t takeBigEndian32();
+  // Memory grows with the bytes that are there, not with the count.
+  void takeBytes(size_t count, std::vector<uint8_t>& bytes);
 
  private:
   ByteSource& source_;

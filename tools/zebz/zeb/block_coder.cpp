@@ -233,7 +233,7 @@ std::unique_ptr<BlockCoder> make() {
 
 constexpr BlockMethod methods[] = {
     {"huff", 1, make<HuffmanCoder>},  {"git", 2, make<IntervalCoder>}, {"lzss", 3, make<LzssCoder>},
-    {"rle", 4, make<RunLengthCoder>}, {"lzo", 5, make<LzoCoder>},
+    {"rle", 4, make<RunLengthCoder>}, {"lzo", 5, makeLzoCoder},
 };
 
 template <class Matches>
@@ -243,6 +243,10 @@ const BlockMethod* firstThat(Matches matches) {
 }
 
 }  // namespace
+
+std::unique_ptr<BlockCoder> makeLzoCoder() {
+  return make<LzoCoder>();
+}
 
 const BlockMethod* blockMethodNamed(std::string_view name) {
   return firstThat([name](const BlockMethod& method) { return method.name == name; });

@@ -25,6 +25,9 @@ class BlockCoder {
   virtual bool decode(Bytes code, ByteRoom content) = 0;
 };
 
+// LZO, whose code is an LZO1X stream.
+std::unique_ptr<BlockCoder> makeLzoCoder();
+
 struct BlockMethod {
   std::string_view name;
   uint8_t number;  // in the file
