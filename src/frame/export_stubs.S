@@ -3,6 +3,11 @@
 // straight to the caller. Only rax and r11 change: both calling conventions leave them free at a
 // call, and neither passes an argument in them.
 
+// Tests of the stub itself bring a list of their own.
+#if !defined(ZEBDC_EXPORTS_LIST)
+#define ZEBDC_EXPORTS_LIST "exports.inc"
+#endif
+
 #if defined(__ELF__)
 #define ZEBDC_FUNCTION_TYPE(name) .type name, @function
 #define ZEBDC_FUNCTION_SIZE(name) .size name, . - name
@@ -26,7 +31,7 @@
 
   .text
   ZEBDC_LOCAL_TO_LIBRARY(zebdcVariantIndex)
-#include "exports.inc"
+#include ZEBDC_EXPORTS_LIST
 
 #if defined(__ELF__)
   .section .note.GNU-stack, "", @progbits

@@ -327,7 +327,7 @@ ZEBDC_NOINLINE uint8_t rankBehindFront(uint8_t value, uint8_t* list) {
     const unsigned found =
         static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(entries, wanted)));
     if (found != 0) {
-      const int last = __builtin_ctz(found);
+      const int last = static_cast<int>(trailingZeros(found));
       store16(list + i, carriedUpTo(last, entries, before));
       return static_cast<uint8_t>(i + last);
     }
@@ -346,7 +346,7 @@ ZEBDC_ALWAYS_INLINE uint8_t rankOf(uint8_t value, __m128i& front, uint8_t* list)
     front = load16(list);
     return rank;
   }
-  const unsigned rank = static_cast<unsigned>(__builtin_ctz(found));
+  const unsigned rank = trailingZeros(found);
   front = _mm_shuffle_epi8(front, load16(tables.toFront16[rank]));
   return static_cast<uint8_t>(rank);
 }

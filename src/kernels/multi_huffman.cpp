@@ -38,7 +38,7 @@ ZEBDC_ALWAYS_INLINE uint8_t cheapest(__m128i sums) {
   least = _mm_min_epi16(least, _mm_shuffle_epi32(least, 0xB1));
   least = _mm_min_epi16(least, _mm_or_si128(_mm_slli_epi32(least, 16), _mm_srli_epi32(least, 16)));
   const int bytes = _mm_movemask_epi8(_mm_cmpeq_epi16(sums, least));
-  return static_cast<uint8_t>(__builtin_ctz(static_cast<unsigned>(bytes)) / 2);
+  return static_cast<uint8_t>(trailingZeros(static_cast<unsigned>(bytes)) / 2);
 }
 
 void chooseTables(const uint16_t* symbols, size_t count, const GroupCosts& costs,

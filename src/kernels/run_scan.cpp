@@ -34,7 +34,7 @@ size_t copyToRun(const uint8_t* src, size_t count, uint8_t* dst) {
     const __m128i equal = _mm_and_si128(_mm_and_si128(equal1, equal2), equal3);
     const unsigned runs = static_cast<unsigned>(_mm_movemask_epi8(equal));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), bytes);
-    if (runs != 0) return i + static_cast<unsigned>(__builtin_ctz(runs));
+    if (runs != 0) return i + trailingZeros(runs);
   }
   return copyRestToRun(src, i, count, dst);
 }

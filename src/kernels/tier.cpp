@@ -4,9 +4,9 @@
 
 #include <stdint.h>
 
-#if defined(_MSC_VER) && !defined(__clang__)
-#include <intrin.h>
-#else
+#include "frame/compiler.h"
+
+#if !ZEBDC_IS_MSVC
 #include <cpuid.h>
 #endif
 
@@ -18,7 +18,7 @@ struct CpuidResult {
 };
 
 CpuidResult cpuid(uint32_t leaf) {
-#if defined(_MSC_VER) && !defined(__clang__)
+#if ZEBDC_IS_MSVC
   int r[4] = {};
   __cpuid(r, 0);
   if (static_cast<uint32_t>(r[0]) < leaf && leaf < 0x80000000u) return {};
@@ -33,7 +33,7 @@ CpuidResult cpuid(uint32_t leaf) {
 
 // The register state that the operating system saves. Valid only with OSXSAVE.
 uint64_t enabledState() {
-#if defined(_MSC_VER) && !defined(__clang__)
+#if ZEBDC_IS_MSVC
   return _xgetbv(0);
 #else
   uint32_t low = 0;
