@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what is missing, builds with warnings as errors and runs all tests.
 #
-#   ./test.sh [PRESET]     release (the default), debug or asan
+#   ./test.sh [PRESET]     release (the default), debug, asan, or windows: cross-compiled, under Wine
 set -eu
 cd "$(dirname "$0")"
 
@@ -9,7 +9,21 @@ preset=${1:-release}
 bench=OFF
 [ "$preset" = release ] && bench=ON
 
+build() {
+  cmake --preset "$1" -DZEBDC_WERROR=ON "-DZEBDC_BUILD_BENCH=$2" >/dev/null
+  shift 2
+  cmake --build "$@"
+}
+
+if [ "$preset" = windows ]; then
+  scripts/install-deps.sh build test windows
+  scripts/peer-sources.sh build/windows/peers bzip2 lzo2
+  # The same input is to give the same bytes in both worlds.
+  build release ON --preset release --target zebz zlib_compress
+  build windows OFF --preset windows
+  exec scripts/wine-session.sh build/windows/wine \
+    ctest --preset windows --parallel "$(nproc)"
+fi
 scripts/install-deps.sh build test
-cmake --preset "$preset" -DZEBDC_WERROR=ON -DZEBDC_BUILD_BENCH=$bench >/dev/null
-cmake --build --preset "$preset"
+build "$preset" $bench --preset "$preset"
 exec ctest --preset "$preset" --parallel "$(nproc)"

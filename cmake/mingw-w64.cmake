@@ -18,4 +18,8 @@ set(CMAKE_C_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
 set(CMAKE_CXX_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static-libgcc")
-set(CMAKE_CROSSCOMPILING_EMULATOR wine)
+# Dependencies are linked statically too, where there is a choice.
+set(ZLIB_USE_STATIC_LIBS ON)
+# Programs that the tests and the build run on the host go through Wine.
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine-run.sh ${CMAKE_BINARY_DIR}/wine)

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "binary_streams.h"
 #include "stream_inflater.h"
 
 namespace {
@@ -84,6 +85,7 @@ class GzipReader {
 }  // namespace
 
 int main() {
+  useBinaryStreams();
   try {
     const Bytes bytes = readAll(stdin);
     GzipReader reader(bytes);

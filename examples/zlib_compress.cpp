@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "binary_streams.h"
 #include "stream_deflater.h"
 
 namespace {
@@ -45,6 +46,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: zlib_compress [0-9] < FILE > FILE.zz\n");
     return 2;
   }
+  useBinaryStreams();
   try {
     compress(level);
   } catch (const std::exception& error) {

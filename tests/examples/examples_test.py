@@ -1,8 +1,10 @@
 """Runs the example programs and checks what they write with Python's zlib."""
 
 import gzip
+import os
 import pathlib
 import random
+import shlex
 import subprocess
 import sys
 import unittest
@@ -10,6 +12,10 @@ import zlib
 
 ZLIB_COMPRESS = None
 GUNZIP = None
+# What runs the programs where the system cannot: Wine, for those of Windows.
+LAUNCHER = shlex.split(os.environ.get("ZEBDC_TEST_LAUNCHER", ""))
+LEVELS = (0, 1, 6, 9) if LAUNCHER else range(10)
+EVERY = 20 if LAUNCHER else 1  # how many cases of damage count for one
 
 
 def inputs():
@@ -28,13 +34,13 @@ def inputs():
 
 
 def run(arguments, data):
-    return subprocess.run(arguments, input=data, capture_output=True, check=False)
+    return subprocess.run([*LAUNCHER, *arguments], input=data, capture_output=True, check=False)
 
 
 class ZlibCompress(unittest.TestCase):
     def test_every_level_inflates_to_the_input(self):
         for name, data in inputs().items():
-            for level in range(10):
+            for level in LEVELS:
                 with self.subTest(name=name, level=level):
                     result = run([ZLIB_COMPRESS, str(level)], data)
                     self.assertEqual((result.returncode, result.stderr), (0, b""))
@@ -54,7 +60,7 @@ class ZlibCompress(unittest.TestCase):
 class Gunzip(unittest.TestCase):
     def test_files_of_every_level_decompress(self):
         for name, data in inputs().items():
-            for level in range(10):
+            for level in LEVELS:
                 with self.subTest(name=name, level=level):
                     result = run([GUNZIP], gzip.compress(data, level))
                     self.assertEqual((result.returncode, result.stderr), (0, b""))
@@ -66,9 +72,9 @@ class Gunzip(unittest.TestCase):
 
     def test_damage_is_found(self):
         coded = gzip.compress(inputs()["text"][:20000])
-        for length in range(0, len(coded), 97):
+        for length in range(0, len(coded), 97 * EVERY):
             self.assertEqual(run([GUNZIP], coded[:length]).returncode, 1, length)
-        for at in range(10, len(coded), 211):
+        for at in range(10, len(coded), 211 * EVERY):
             changed = coded[:at] + bytes([coded[at] ^ 0x10]) + coded[at + 1:]
             self.assertEqual(run([GUNZIP], changed).returncode, 1, at)
 

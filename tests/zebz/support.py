@@ -1,9 +1,11 @@
 """What the tests of the command-line tool share: running it, folders, data."""
 
 import functools
+import itertools
 import os
 import pathlib
 import random
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -12,6 +14,9 @@ import unittest
 OK, ERROR, WARNING = 0, 1, 2
 LEVELS = (1, 6, 9)  # one for each level of the library
 PIECE = 1 << 20  # what the tool codes at a time
+
+# What runs the program where the system cannot: Wine, for the Windows build of the tool.
+LAUNCHER = shlex.split(os.environ.get("ZEBDC_TEST_LAUNCHER", ""))
 
 _program = None
 
@@ -24,8 +29,24 @@ def main():
     unittest.main(module="__main__")
 
 
-def program():
-    return _program
+def command(*arguments):
+    """The command line that runs the tool."""
+    return [*LAUNCHER, _program, *arguments]
+
+
+# Of the Windows build: it has no modes, signals, pipes by name or terminals of this system.
+is_windows = bool(LAUNCHER)
+posix_only = unittest.skipIf(is_windows, "the Windows tool differs here")
+
+
+def some(cases, step=11):
+    """All of many similar cases, or every so many where starting the tool is slow."""
+    return list(cases)[::step] if LAUNCHER else cases
+
+
+def some_of_each(*sets, step=11):
+    """The same of all combinations."""
+    return some(itertools.product(*sets), step)
 
 
 class ToolTest(unittest.TestCase):
@@ -39,8 +60,10 @@ class ToolTest(unittest.TestCase):
     def run_tool(self, *arguments, input=b"", status=OK):
         """Runs the tool in the test's folder and demands its exit code. Text results are lists of
         lines."""
-        result = subprocess.run([program(), *arguments], input=input, cwd=self.folder,
+        result = subprocess.run(command(*arguments), input=input, cwd=self.folder,
                                 capture_output=True, env={**os.environ, "LC_ALL": "C"})
+        if is_windows:
+            result.stderr = result.stderr.replace(b"\r\n", b"\n")
         self.assertEqual(result.returncode, status,
                          f"{arguments}: {result.stderr.decode(errors='replace')}")
         return result

@@ -5,7 +5,7 @@ import struct
 import zlib
 
 import support
-from support import ERROR, WARNING, mixed, text
+from support import ERROR, WARNING, mixed, some, some_of_each, text
 
 
 def raw_deflate(data):
@@ -24,7 +24,7 @@ class Headers(support.ToolTest):
     def test_every_header_field_is_read(self):
         extra = struct.pack("<H", 5) + b"\0abc\0"
         name, comment = b"name\0", b"comment\0"
-        for flags in range(32):
+        for flags in some(range(32)):
             fields = (extra if flags & 4 else b"") + (name if flags & 8 else b"")
             fields += comment if flags & 16 else b""
             if flags & 2:
@@ -64,7 +64,7 @@ class Headers(support.ToolTest):
 class Truncation(support.ToolTest):
     def test_every_cut_is_an_unexpected_end(self):
         coded = member(b"some data, some more data", 8, b"name\0")
-        for length in range(len(coded)):
+        for length in some(range(len(coded))):
             with self.subTest(length=length):
                 result = self.run_tool("-d", input=coded[:length], status=ERROR)
                 self.assert_message(result, "unexpected end of file")
@@ -72,7 +72,7 @@ class Truncation(support.ToolTest):
     def test_cuts_of_zlib_and_deflate_streams_are_unexpected_ends(self):
         data = text(3000)
         for format, coded in (("zlib", zlib.compress(data)), ("deflate", raw_deflate(data))):
-            for length in list(range(0, 40)) + [len(coded) // 2, len(coded) - 1]:
+            for length in some([*range(0, 40), len(coded) // 2, len(coded) - 1]):
                 with self.subTest(format=format, length=length):
                     result = self.run_tool("-d", f"--format={format}", input=coded[:length],
                                            status=ERROR)
@@ -129,12 +129,12 @@ class Corruption(support.ToolTest):
         data = b"a few words, a few words more, and then no more words"
         coded = member(data)
         last_of_stream = len(coded) - 9
-        for index in [0, 1, 2, *range(10, last_of_stream), *range(last_of_stream + 1, len(coded))]:
-            for change in (0x01, 0x80, 0xFF):
-                damaged = bytearray(coded)
-                damaged[index] ^= change
-                with self.subTest(index=index, change=change):
-                    self.run_tool("-t", input=damaged, status=ERROR)
+        places = [0, 1, 2, *range(10, last_of_stream), *range(last_of_stream + 1, len(coded))]
+        for index, change in some_of_each(places, (0x01, 0x80, 0xFF)):
+            damaged = bytearray(coded)
+            damaged[index] ^= change
+            with self.subTest(index=index, change=change):
+                self.run_tool("-t", input=damaged, status=ERROR)
 
 
 def literal(byte):
@@ -185,7 +185,7 @@ class Members(support.ToolTest):
         buffer = 256 << 10
         for kind, tail in (("fixed", member(b"tail")), ("stored", stored_member(b"tail")),
                            ("dynamic", member(text(300)))):
-            for offset in range(30):
+            for offset in some(range(30)):
                 coded = filler(buffer - len(tail) + offset - 15) + tail + member(b"after")
                 with self.subTest(kind=kind, offset=offset):
                     self.assertEqual(self.filter("-d", input=coded),

@@ -10,7 +10,7 @@ import time
 import unittest
 
 import support
-from support import ERROR, OK, WARNING, mixed, text
+from support import ERROR, OK, WARNING, is_windows, mixed, posix_only, text
 
 DATA = b"what the file says\n" * 50
 
@@ -48,6 +48,22 @@ class Names(support.ToolTest):
         coded = self.filter("-c", "a", "-", input=b"pipe")
         self.assertEqual(gzip.decompress(coded), b"file pipe")
 
+    def test_unicode_names_work(self):
+        for name in ("a b", "-k", "ü", "Å", "Å", "файл", "日本語", "😀", "x" * 100):
+            with self.subTest(name=name):
+                self.write(name, DATA)
+                self.run_tool("--", name)
+                self.assertEqual(self.names(), [name + ".gz"])
+                self.assertEqual(self.rows(name + ".gz")[1].split(maxsplit=3)[3], name)
+                self.run_tool("-dN", "--", name + ".gz")
+                self.assertEqual(self.names(), [name])
+                self.assertEqual(self.read(name), DATA)
+                os.remove(self.folder / name)
+
+    def rows(self, name):
+        return self.run_tool("-l", "--", name).stdout.decode().splitlines()
+
+    @posix_only
     def test_names_with_odd_bytes_work(self):
         for name in (" ", "a b", "-k", "\n", "ü", "*?[", b"\xff\xfe", "x" * 240, ".hidden", "'\""):
             with self.subTest(name=name):
@@ -148,6 +164,15 @@ class OriginalNames(support.ToolTest):
 
 
 class Metadata(support.ToolTest):
+    def test_the_time_passes_to_the_result(self):
+        path = self.write("file", DATA)
+        os.utime(path, ns=(1, 1_234_567_890_123_456_700))
+        self.run_tool("file")
+        self.assertEqual((self.folder / "file.gz").stat().st_mtime_ns, 1_234_567_890_123_456_700)
+        self.run_tool("-d", "file.gz")
+        self.assertEqual(path.stat().st_mtime_ns, 1_234_567_890_123_456_700)
+
+    @posix_only
     def test_mode_and_time_pass_to_the_result(self):
         for mode in (0o600, 0o640, 0o755, 0o444):
             with self.subTest(mode=oct(mode)):
@@ -169,7 +194,7 @@ class Refusals(support.ToolTest):
     def test_a_missing_file_is_an_error_and_the_others_are_done(self):
         self.write("b", DATA)
         result = self.run_tool("a", "b", status=ERROR)
-        self.assert_message(result, "zebz: a: No such file or directory")
+        self.assert_message(result, "zebz: a: ", "" if is_windows else "No such file or directory")
         self.assertEqual(self.names(), ["b.gz"])
 
     def test_an_existing_result_is_not_overwritten_unless_forced(self):
@@ -189,6 +214,7 @@ class Refusals(support.ToolTest):
         self.assertEqual(self.read("file"), b"precious")
         self.assertEqual(self.names(), ["file", "file.gz"])
 
+    @posix_only
     def test_folders_and_pipes_are_ignored(self):
         (self.folder / "sub").mkdir()
         os.mkfifo(self.folder / "pipe")
@@ -197,6 +223,7 @@ class Refusals(support.ToolTest):
                             "pipe: is not a directory or a regular file -- ignored")
         self.assertEqual(self.names(), ["pipe", "sub"])
 
+    @posix_only
     def test_links_are_left_alone_unless_forced(self):
         self.write("file", DATA)
         os.symlink("file", self.folder / "link")
@@ -214,6 +241,7 @@ class Refusals(support.ToolTest):
         self.run_tool("-f", "file")
         self.assertEqual(self.names(), ["file.gz", "other"])
 
+    @posix_only
     def test_files_with_a_special_mode_are_left_alone_unless_forced(self):
         self.write("file", DATA).chmod(0o4755)
         self.run_tool("file", status=WARNING)
@@ -239,14 +267,16 @@ class Refusals(support.ToolTest):
         self.assert_message(result, "zebz: file.gz: decompression OK, trailing garbage ignored")
         self.assertEqual(self.names(), ["file"])
 
+    @posix_only
     @unittest.skipUnless(os.path.exists("/dev/full"), "no /dev/full")
     def test_a_full_device_is_an_error(self):
         with open("/dev/full", "wb") as full:
-            result = subprocess.run([support.program()], input=text(2_000_000), stdout=full,
+            result = subprocess.run(support.command(), input=text(2_000_000), stdout=full,
                                     stderr=subprocess.PIPE)
         self.assertEqual(result.returncode, ERROR)
         self.assertIn(b"zebz: stdout: No space left on device", result.stderr)
 
+    @posix_only
     @unittest.skipIf(os.geteuid() == 0, "root may do everything")
     def test_a_forbidden_file_is_an_error(self):
         self.write("file", DATA).chmod(0)
@@ -254,10 +284,11 @@ class Refusals(support.ToolTest):
         self.assert_message(result, "zebz: file: Permission denied")
 
 
+@posix_only
 class Interruption(support.ToolTest):
     def interrupted(self, *arguments):
         """Starts the tool on a file that a pipe feeds forever, and interrupts it."""
-        process = subprocess.Popen([support.program(), *arguments], cwd=self.folder,
+        process = subprocess.Popen(support.command(*arguments), cwd=self.folder,
                                    stdin=subprocess.DEVNULL)
         deadline = time.monotonic() + 30
         while len(self.names()) < 2 and time.monotonic() < deadline:

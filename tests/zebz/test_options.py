@@ -9,7 +9,7 @@ import time
 import zlib
 
 import support
-from support import ERROR, OK, WARNING, text
+from support import ERROR, OK, WARNING, posix_only, text
 
 DATA = text(20_000)
 
@@ -134,6 +134,7 @@ class List(support.ToolTest):
         self.assertEqual(self.rows("file.gz")[1].split()[:2], peer[1].split()[:2])
 
 
+@posix_only
 class Terminal(support.ToolTest):
     """The tool with a terminal on some of its standard streams."""
 
@@ -153,7 +154,7 @@ class Terminal(support.ToolTest):
     def start(self, *arguments, **streams):
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
                    "stderr": subprocess.PIPE, **streams}
-        return subprocess.Popen([support.program(), *arguments], cwd=self.folder, **streams)
+        return subprocess.Popen(support.command(*arguments), cwd=self.folder, **streams)
 
     def test_compressed_data_does_not_go_to_a_terminal_unless_forced(self):
         self.write("file", DATA)
