@@ -254,6 +254,14 @@ TEST(BwtInverse, ChecksItsArgumentsInOrder) {
 
 // ---- Results
 
+TEST(BwtReference, BothOrdersAreTheSame) {
+  for (const size_t size : {1, 2, 3, 7, 100, 300, 1000}) {
+    for (const auto& [name, block] : test::oneOfEachKind(size)) {
+      EXPECT_EQ(test::doubledRotationOrder(block), test::plainRotationOrder(block)) << name;
+    }
+  }
+}
+
 TEST(Bwt, KnownTransform) {
   const Transformed actual = transform(Method::general, test::fromText("banana"));
   EXPECT_EQ(actual.result.column, test::fromText("nnbaaa"));
@@ -294,14 +302,20 @@ TEST(Bwt, EveryLengthUpTo300) {
 }
 
 TEST(Bwt, EveryKindOfDataAroundTheLimits) {
-  for (const size_t size : {99, 100, 101, 1000, 4000, 8191, 8192, 8193}) {
+  for (const size_t size : {99, 100, 101, 1000, 3000}) {
     for (const auto& [name, block] : test::oneOfEachKind(size)) {
       SCOPED_TRACE(name + " of " + std::to_string(size));
       expectAllMethods(block, plainForward(block));
     }
   }
-  // Plain sorting takes too long for these on repetitive data.
-  for (const size_t size : {32767, 32768, 32769}) {
+  // Sorting by comparison alone takes too long for these on repetitive data.
+  for (const size_t size : {8191, 8192, 8193}) {
+    for (const auto& [name, block] : test::oneOfEachKind(size)) {
+      SCOPED_TRACE(name + " of " + std::to_string(size));
+      expectMethods(robustMethods, block, plainForward(block));
+    }
+  }
+  for (const size_t size : {32768, 32769}) {
     for (const auto& [name, block] : test::oneOfEachKind(size)) {
       SCOPED_TRACE(name + " of " + std::to_string(size));
       const PlainBwt expected = transform(Method::suffix, block).result;
@@ -339,7 +353,7 @@ TEST(Bwt, PeriodicBlocks) {
 TEST(Bwt, BrokenPeriods) {
   Random random(3);
   for (int round = 0; round < 150; ++round) {
-    const size_t size = 200 + below(random, 6000);
+    const size_t size = 200 + below(random, round % 8 == 0 ? 6000 : 1500);
     const size_t period = 1 + below(random, 300);
     Bytes block = test::randomBytes(size, random());
     for (uint8_t& byte : block) byte &= 3;
@@ -390,14 +404,16 @@ std::vector<test::NamedBytes> longRepetitions(size_t size) {
   return blocks;
 }
 
+// The automatic method is the general one's, which shorter blocks show.
 TEST(Bwt, LongRepetitionsByTheRobustMethods) {
+  constexpr Method general[] = {Method::general};
   for (const auto& [name, block] : longRepetitions(100000)) {
     SCOPED_TRACE(name);
     const Transformed expected = transform(Method::suffix, block);
     ASSERT_EQ(expected.status, zebOk);
     ASSERT_EQ(plainInverse(expected.result.column, static_cast<size_t>(expected.result.index)),
               block);
-    expectMethods(robustMethods, block, expected.result);
+    expectMethods(general, block, expected.result);
   }
 }
 
