@@ -349,7 +349,7 @@ TEST(SelectHuffMode, TakesTheCheapestAndTiesGoToTheDynamicBlock) {
   int chosen[3] = {};
   int fixedTies = 0;
   int storedTies = 0;
-  for (int round = 0; round < 4000; ++round) {
+  for (int round = 0; round < 2000; ++round) {
     Pairs pairs;
     if (round % 4 == 0) {
       pairs = literals(test::randomBytes(below(random, 300), random()));
