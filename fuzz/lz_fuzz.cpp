@@ -35,8 +35,8 @@ std::unique_ptr<uint8_t[]> exactCopy(Span bytes) {
 
 // What is left of the input, repeated with small differences, so that short inputs make matches.
 Bytes makeContent(Input& input) {
-  const size_t repetitions = 1 + input.takeBelow(60);
-  const size_t gap = input.takeBelow(3) == 0 ? input.takeBelow(2000) : 0;
+  const size_t repetitions = 1 + input.takeBelow(30);
+  const size_t gap = input.takeBelow(3) == 0 ? input.takeBelow(600) : 0;
   const Span seed = input.rest();
   Bytes content;
   for (size_t i = 0; i < repetitions; ++i) {
@@ -66,7 +66,7 @@ struct Damages {
 // ---- LZO
 
 Bytes encodeLzo(const Bytes& content, uint32_t parts) {
-  const auto record = std::make_unique<ZebLZOState_8u>();
+  const std::unique_ptr<ZebLZOState_8u> record(new ZebLZOState_8u);
   FUZZ_CHECK(zebsEncodeLZOInit_8u(zebLZOMethod1X1, 0, record.get()) == zebOk);
   size_t room = content.size() + content.size() / 16 + 67;
   if (parts > 0) {
@@ -164,7 +164,7 @@ Bytes codeLzss(Coder coder, ZebLZSSState_8u* record, const Bytes& source, const 
 }
 
 Bytes encodeLzss(const Bytes& content, const Cuts& cuts) {
-  const auto record = std::make_unique<ZebLZSSState_8u>();
+  const std::unique_ptr<ZebLZSSState_8u> record(new ZebLZSSState_8u);
   FUZZ_CHECK(zebsEncodeLZSSInit_8u(record.get()) == zebOk);
   Bytes stream = codeLzss(zebsEncodeLZSS_8u, record.get(), content, cuts, SIZE_MAX);
   uint8_t last[4];
@@ -176,7 +176,7 @@ Bytes encodeLzss(const Bytes& content, const Cuts& cuts) {
 }
 
 Bytes decodeLzss(const Bytes& stream, const Cuts& cuts, size_t limit) {
-  const auto record = std::make_unique<ZebLZSSState_8u>();
+  const std::unique_ptr<ZebLZSSState_8u> record(new ZebLZSSState_8u);
   FUZZ_CHECK(zebsDecodeLZSSInit_8u(record.get()) == zebOk);
   return codeLzss(zebsDecodeLZSS_8u, record.get(), stream, cuts, limit);
 }
