@@ -1,5 +1,7 @@
 // Whole deflate compression at each level, and its stages, beside levels of zlib and libdeflate
-// that take about the same effort. Every stream is inflated with zlib before anything is timed.
+// that take about the same effort; and the example's compressor on the stream-style primitives
+// beside zlib's levels of the same numbers. Every stream is inflated with zlib before anything is
+// timed.
 
 #include <benchmark/benchmark.h>
 #include <stdio.h>
@@ -13,6 +15,7 @@
 
 #include "corpus.h"
 #include "families.h"
+#include "stream_deflater.h"
 #if defined(ZEBDC_BENCH_ZLIB)
 #include <zlib.h>
 #endif
@@ -140,6 +143,18 @@ Compress zebdc(int level) {
   const auto record = std::make_shared<Record>(level);
   return [record, level](const Bytes& source, Bytes& out) {
     return compress(record->state, blockPairs(level), source, out);
+  };
+}
+
+Compress streamStyle(int level) {
+  return [level](const Bytes& source, Bytes& out) {
+    uint8_t* dst = out.data();
+    StreamDeflater deflater(level, [&dst](const uint8_t* bytes, size_t count) {
+      dst = std::copy_n(bytes, count, dst);
+    });
+    deflater.write(source.data(), source.size());
+    deflater.finish();
+    return static_cast<size_t>(dst - out.data());
   };
 }
 
@@ -294,6 +309,13 @@ void registerDeflate() {
       for (const int level : effort.libdeflateLevels) {
         addCompress(prefix + "/libdeflate-" + std::to_string(level), libdeflate(level), file.bytes);
       }
+#endif
+    }
+    for (const int level : {1, 5, 9}) {
+      const std::string prefix = "deflate/stream-level-" + std::to_string(level) + "/" + file.name;
+      addCompress(prefix + "/zebdc", streamStyle(level), file.bytes);
+#if defined(ZEBDC_BENCH_ZLIB)
+      addCompress(prefix + "/zlib-" + std::to_string(level), zlib(level), file.bytes);
 #endif
     }
     addStages(file);

@@ -1,6 +1,7 @@
 // Decompression of raw deflate streams that zlib made of the corpus: dynamic blocks of levels 1 and
 // 6, and fixed blocks. In one pass into room for everything or in rooms of 64 KiB, in two passes,
-// and by the peers. Every output is compared with the file before it is timed.
+// with tables of the caller, and by the peers. Every output is compared with the file before it is
+// timed.
 
 #include <benchmark/benchmark.h>
 #include <stdio.h>
@@ -153,6 +154,132 @@ size_t twoPasses(const Task& task) {
   return static_cast<size_t>(dst - task.out.data());
 }
 
+// A caller of zebsInflate_8u: it parses headers and code lengths itself.
+class TableDriven {
+ public:
+  explicit TableDriven(const Task& task)
+      : src_(task.stream.data()),
+        left_(static_cast<uint32_t>(task.stream.size())),
+        begin_(task.out.data()),
+        dst_(begin_),
+        room_(static_cast<uint32_t>(task.out.size())) {
+    state().history = begin_;
+    state().historySize = room_;
+  }
+
+  size_t run() {
+    for (bool last = false; !last;) {
+      last = take(1) != 0;
+      const uint32_t type = take(2);
+      if (type == 0) {
+        copyStored();
+        continue;
+      }
+      if (type == 1) state().tableKind = zebInflateTablesFixed;
+      if (type == 2) readCodes();
+      decode();
+    }
+    return static_cast<size_t>(dst_ - begin_);
+  }
+
+ private:
+  static ZebInflateState& state() {
+    static ZebInflateState record;
+    return record;
+  }
+
+  // Up to 16 bits.
+  uint32_t take(uint32_t count) {
+    while (held_ < count) {
+      require(left_ > 0, "the caller's tables fail");
+      bits_ |= static_cast<uint32_t>(*src_++) << held_;
+      held_ += 8;
+      --left_;
+    }
+    const uint32_t value = bits_ & ((1u << count) - 1);
+    bits_ >>= count;
+    held_ -= count;
+    return value;
+  }
+
+  void copyStored() {
+    take(held_ % 8);
+    const uint32_t length = take(16);
+    take(16);
+    for (uint32_t i = 0; i < length; ++i) *dst_++ = static_cast<uint8_t>(take(8));
+    room_ -= length;
+  }
+
+  void readCodes() {
+    const uint32_t litLens = take(5) + 257;
+    const uint32_t distances = take(5) + 1;
+    readCodeLengthCode(take(4) + 4);
+    uint16_t lengths[288 + 32 + 138] = {};
+    for (uint32_t at = 0; at < litLens + distances;) {
+      while (held_ < longestCodeLengthCode && left_ > 0) {
+        bits_ |= static_cast<uint32_t>(*src_++) << held_;
+        held_ += 8;
+        --left_;
+      }
+      const uint8_t entry = codeLengthTable_[bits_ & ((1u << longestCodeLengthCode) - 1)];
+      take(entry & 7);
+      const uint16_t symbol = entry >> 3;
+      const uint32_t times = symbol < 16    ? 1
+                             : symbol == 16 ? 3 + take(2)
+                             : symbol == 17 ? 3 + take(3)
+                                            : 11 + take(7);
+      const uint16_t length = symbol < 16 ? symbol : symbol == 16 ? lengths[at - 1] : uint16_t{0};
+      std::fill_n(lengths + at, times, length);
+      at += times;
+    }
+    require(zebsInflateBuildHuffTable(lengths, litLens, distances, &state()) == zebOk,
+            "the caller's tables fail");
+  }
+
+  // An entry of the table: the symbol, and in the low three bits the length of its code.
+  void readCodeLengthCode(uint32_t sent) {
+    constexpr uint8_t order[] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
+    uint8_t lengths[19] = {};
+    for (uint32_t i = 0; i < sent; ++i) lengths[order[i]] = static_cast<uint8_t>(take(3));
+    uint32_t code = 0;
+    for (uint32_t length = 1; length <= longestCodeLengthCode; ++length, code <<= 1) {
+      for (uint32_t symbol = 0; symbol < 19; ++symbol) {
+        if (lengths[symbol] != length) continue;
+        uint32_t reversed = 0;
+        for (uint32_t i = 0; i < length; ++i) reversed |= (code >> i & 1) << (length - 1 - i);
+        for (; reversed < 1u << longestCodeLengthCode; reversed += 1u << length) {
+          codeLengthTable_[reversed] = static_cast<uint8_t>(symbol << 3 | length);
+        }
+        ++code;
+      }
+    }
+  }
+
+  void decode() {
+    ZebInflateMode mode = zebInflateAtSymbol;
+    const uint32_t index = static_cast<uint32_t>(dst_ - begin_);
+    require(zebsInflate_8u(&src_, &left_, &bits_, &held_, index, &dst_, &room_, index, &mode,
+                           &state()) == zebOk &&
+                mode == zebInflateBlockDone,
+            "the caller's tables fail");
+  }
+
+  static constexpr uint32_t longestCodeLengthCode = 7;
+
+  const uint8_t* src_;
+  uint32_t left_;
+  uint8_t* const begin_;
+  uint8_t* dst_;
+  uint32_t room_;
+  uint32_t bits_ = 0;
+  uint32_t held_ = 0;
+  uint8_t codeLengthTable_[1u << longestCodeLengthCode] = {};
+};
+
+size_t callersTables(const Task& task) {
+  return TableDriven(task).run();
+}
+
 size_t zlibInflate(const Task& task) {
   z_stream stream = {};
   require(inflateInit2(&stream, -15) == Z_OK, "no memory");
@@ -186,6 +313,7 @@ constexpr Decoder decoders[] = {
     {"zebdc", onePass},
     {"zebdc_64K_rooms", onePassIn64K},
     {"zebdc_two_passes", twoPasses},
+    {"zebdc_callers_tables", callersTables},
 #if defined(ZEBDC_BENCH_LIBDEFLATE)
     {"libdeflate", libdeflateInflate},
 #endif

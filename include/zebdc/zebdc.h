@@ -708,8 +708,29 @@ enum {
       2 /* within a symbol, which the record keeps: more source or room is needed */
 };
 
+/* The tables of zebInflateTablesFast. Each is indexed by the next bits of the input, as many as its
+ * longest code has; a code of fewer bits stands at every index that ends in it.
+ *   litLen        bits 0 to 3: the length of the code; bits 4 to 7: 0 for a literal, 8 to 13 for a
+ *                 match and its 0 to 5 extra bits, 15 for the end of the block, 14 where no symbol
+ *                 has the code; bits 8 to 15: the literal, or the least length of the match - 3
+ *   distance      bits 0 to 3: the length of the code; bits 4 to 7: 0 to 13 extra bits, 14 where no
+ *                 symbol has the code. Without distance codes there is no table.
+ *   distanceBase  at the same index: the least distance */
+typedef struct ZebInflateFastTables {
+  uint16_t litLen[2048];
+  uint8_t distance[1024];
+  uint16_t distanceBase[1024];
+} ZebInflateFastTables;
+
 #define ZEB_INFLATE_LITLEN_ENTRIES 2400
 #define ZEB_INFLATE_DISTANCE_ENTRIES 688
+
+/* The tables of zebInflateTablesLong. Their layout may change. */
+typedef struct ZebInflateLongTables {
+  uint32_t litLen[ZEB_INFLATE_LITLEN_ENTRIES];
+  uint32_t distance[ZEB_INFLATE_DISTANCE_ENTRIES];
+  uint16_t litLenLengths[288];
+} ZebInflateLongTables;
 
 /* The caller sets the first three members: historySize before every series of calls, and tableKind
  * for fixed blocks. zebsInflateBuildHuffTable sets tableKind and everything behind partial. */
@@ -720,9 +741,10 @@ typedef struct ZebInflateState {
   uint32_t partial[4];    /* a symbol that a call had to leave */
   uint32_t longestLitLen; /* lengths of the longest codes */
   uint32_t longestDistance;
-  uint32_t litLenTable[ZEB_INFLATE_LITLEN_ENTRIES];
-  uint32_t distanceTable[ZEB_INFLATE_DISTANCE_ENTRIES];
-  uint16_t litLenLengths[288];
+  union {
+    ZebInflateFastTables fast;
+    ZebInflateLongTables longCodes;
+  } tables;
 } ZebInflateState;
 
 /* Builds the tables of a dynamic block: pCodeLens are nLitCodeLens lengths of literal/length codes

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "frame/entry.h"
-#include "inflate/huffman_table.h"
+#include "inflate/fast_table.h"
 #include "inflate/inflate_state.h"
 
 namespace zebdc::inflate {
@@ -13,10 +13,6 @@ namespace {
 
 constexpr uint32_t maxLitLenCodes = deflate::literalSymbols;
 constexpr uint32_t maxDistanceCodes = deflate::distanceSymbols;
-
-// Codes up to these lengths are resolved by one look-up.
-constexpr uint32_t longestFastLitLen = 11;
-constexpr uint32_t longestFastDistance = 10;
 
 struct CodeSet {
   uint32_t longest;  // 0: no code at all
@@ -37,6 +33,29 @@ CodeSet examine(const uint16_t* lengths, uint32_t count) {
   return {longest, used <= patterns};
 }
 
+void buildLong(const uint16_t* lengths, uint32_t litLenCount, uint32_t distanceCount,
+               ZebInflateState& state) {
+  ZebInflateLongTables& tables = state.tables.longCodes;
+  memset(tables.litLenLengths, 0, sizeof tables.litLenLengths);
+  memcpy(tables.litLenLengths, lengths, litLenCount * sizeof *lengths);
+  buildLitLenTable(lengths, static_cast<int>(litLenCount), tables.litLen);
+  buildDistanceTable(lengths + litLenCount, static_cast<int>(distanceCount), tables.distance);
+  state.tableKind = zebInflateTablesLong;
+}
+
+void buildFast(const uint16_t* lengths, uint32_t litLenCount, uint32_t distanceCount,
+               ZebInflateState& state) {
+  ZebInflateFastTables& tables = state.tables.fast;
+  buildFastLitLenTable(lengths, static_cast<int>(litLenCount),
+                       static_cast<int>(state.longestLitLen), tables.litLen);
+  if (state.longestDistance > 0) {
+    buildFastDistanceTable(lengths + litLenCount, static_cast<int>(distanceCount),
+                           static_cast<int>(state.longestDistance), tables.distance,
+                           tables.distanceBase);
+  }
+  state.tableKind = zebInflateTablesFast;
+}
+
 ZebStatus build(const uint16_t* lengths, uint32_t litLenCount, uint32_t distanceCount,
                 ZebInflateState& state) {
   const uint16_t* const distanceLengths = lengths + litLenCount;
@@ -49,12 +68,11 @@ ZebStatus build(const uint16_t* lengths, uint32_t litLenCount, uint32_t distance
   }
   state.longestLitLen = litLen.longest;
   state.longestDistance = distance.longest;
-  memset(state.litLenLengths, 0, sizeof state.litLenLengths);
-  memcpy(state.litLenLengths, lengths, litLenCount * sizeof *lengths);
-  buildLitLenTable(lengths, static_cast<int>(litLenCount), state.litLenTable);
-  buildDistanceTable(distanceLengths, static_cast<int>(distanceCount), state.distanceTable);
-  const bool fast = litLen.longest <= longestFastLitLen && distance.longest <= longestFastDistance;
-  state.tableKind = fast ? zebInflateTablesFast : zebInflateTablesLong;
+  if (litLen.longest <= kernels::fastLitLenBits && distance.longest <= kernels::fastDistanceBits) {
+    buildFast(lengths, litLenCount, distanceCount, state);
+  } else {
+    buildLong(lengths, litLenCount, distanceCount, state);
+  }
   return zebOk;
 }
 

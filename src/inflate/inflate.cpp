@@ -7,12 +7,14 @@
 #include <string.h>
 
 #include <algorithm>
+#include <bit>
 
 #include "frame/entry.h"
 #include "inflate/fixed_tables.h"
 #include "inflate/inflate_state.h"
 #include "inflate/symbol.h"
 #include "kernels/inflate_block.h"
+#include "kernels/inflate_fast.h"
 
 namespace zebdc::inflate {
 namespace {
@@ -30,6 +32,8 @@ struct Partial {
 struct InflateCall {
   kernels::InflateInput in;
   kernels::InflateBytes out;
+  bool fast;  // which of the two kinds of tables serves
+  kernels::InflateFastTables fastTables;
   kernels::InflateTables tables;
   Partial partial;
 
@@ -55,54 +59,95 @@ struct InflateCall {
 // What a step comes to.
 enum class Progress { goOn, stop };
 
-// The entry at the front of the input, once its bits are in hand. Bits beyond those in hand count
-// as zeros: an entry that needs no more does not depend on them.
-template <class BitsOf>
-bool findWhole(InflateCall& call, const uint32_t* table, int rootBits, BitsOf bitsOf,
-               FoundEntry* found) {
+// A code, whichever kind of table it stands in.
+struct FoundCode {
+  enum Kind { literal, length, distance, endOfBlock, invalid };
+
+  Kind kind;
+  int bits;  // of the code
+  uint32_t value;
+  uint32_t extraBits;
+};
+
+FoundCode litLenCode(const kernels::InflateTables& tables, uint64_t bits) {
+  const FoundEntry found = findEntry(tables.litLen, kernels::litLenRootBits, bits);
+  const uint32_t entry = found.entry;
+  if (found.isException()) {
+    const auto kind = found.isEndOfBlock() ? FoundCode::endOfBlock : FoundCode::invalid;
+    return {kind, found.allBits(), 0, 0};
+  }
+  if (kernels::entryCount(entry) > 0) {
+    // Two literals may share the entry; only the first is taken.
+    const uint32_t byte = entry >> kernels::entryValueShift & 0xFF;
+    return {FoundCode::literal, tables.litLenLengths[byte], byte, 0};
+  }
+  return {FoundCode::length, found.codeBits(),
+          (entry >> kernels::entrySecondShift) + kernels::entryShortestMatch,
+          static_cast<uint32_t>(found.allBits() - found.codeBits())};
+}
+
+FoundCode distanceCode(const kernels::InflateTables& tables, uint64_t bits) {
+  const FoundEntry found = findEntry(tables.distance, kernels::distanceRootBits, bits);
+  if (found.isException()) return {FoundCode::invalid, found.allBits(), 0, 0};
+  return {FoundCode::distance, found.codeBits(), found.entry >> kernels::entryValueShift,
+          static_cast<uint32_t>(found.allBits() - found.codeBits())};
+}
+
+// No pattern is known to be invalid before all bits of its index are there.
+FoundCode litLenCode(const kernels::InflateFastTables& tables, uint64_t bits) {
+  const uint32_t entry = tables.litLen[bits & tables.litLenMask];
+  const uint32_t kind = entry >> kernels::fastKindShift & 0xF;
+  const int codeBits = static_cast<int>(kernels::fastCodeBits(entry));
+  const uint32_t value = entry >> kernels::fastValueShift;
+  if (kind == kernels::fastEndOfBlockKind) return {FoundCode::endOfBlock, codeBits, 0, 0};
+  if (kind == kernels::fastInvalidKind) {
+    return {FoundCode::invalid, std::popcount(tables.litLenMask), 0, 0};
+  }
+  if (kind < kernels::fastMatchKind) return {FoundCode::literal, codeBits, value, 0};
+  return {FoundCode::length, codeBits, value + kernels::entryShortestMatch,
+          kind - kernels::fastMatchKind};
+}
+
+FoundCode distanceCode(const kernels::InflateFastTables& tables, uint64_t bits) {
+  const uint64_t index = bits & tables.distanceMask;
+  const uint32_t entry = tables.distance[index];
+  if (entry >= kernels::fastException) {
+    return {FoundCode::invalid, std::popcount(tables.distanceMask), 0, 0};
+  }
+  return {FoundCode::distance, static_cast<int>(kernels::fastCodeBits(entry)),
+          tables.distanceBase[index], entry >> kernels::fastKindShift};
+}
+
+// The code at the front of the input, once its bits are in hand. Bits beyond those in hand count as
+// zeros: an entry that needs no more does not depend on them.
+template <class CodeOf>
+bool takeCode(InflateCall& call, CodeOf codeOf, FoundCode* found) {
   call.want(deflate::maxCodeLength);
-  *found = findEntry(table, rootBits, call.in.bits);
-  return bitsOf(*found) <= call.in.count;
-}
-
-int codeBitsOf(const FoundEntry& found) {
-  return found.rootBits + static_cast<int>(kernels::entryCodeBits(found.entry));
-}
-
-int extraBitsOf(const FoundEntry& found) {
-  return found.allBits() - codeBitsOf(found);
+  *found = call.fast ? codeOf(call.fastTables, call.in.bits) : codeOf(call.tables, call.in.bits);
+  if (found->bits > call.in.count) return false;
+  call.consume(found->bits);
+  return true;
 }
 
 Progress decodeSymbol(InflateCall& call) {
+  const auto codeOf = [](const auto& tables, uint64_t bits) { return litLenCode(tables, bits); };
   Partial& partial = call.partial;
-  const auto bitsOf = [&call](const FoundEntry& found) {
-    if (found.isException()) return found.allBits();
-    if (kernels::entryCount(found.entry) == 0) return codeBitsOf(found);
-    // Two literals may share the entry; only the first is taken.
-    return static_cast<int>(
-        call.tables.litLenLengths[found.entry >> kernels::entryValueShift & 0xFF]);
-  };
-  FoundEntry found;
-  if (!findWhole(call, call.tables.litLen, kernels::litLenRootBits, bitsOf, &found)) {
-    return Progress::stop;
+  FoundCode found;
+  if (!takeCode(call, codeOf, &found)) return Progress::stop;
+  switch (found.kind) {
+    case FoundCode::literal:
+      partial = {stepLiteral, found.value, 0, 0};
+      return Progress::goOn;
+    case FoundCode::length:
+      partial = {stepLengthExtra, found.value, 0, found.extraBits};
+      return Progress::goOn;
+    case FoundCode::endOfBlock:
+      partial.step = stepBlockDone;
+      return Progress::stop;
+    default:
+      partial.step = stepInvalid;
+      return Progress::stop;
   }
-  if (found.isException() && !found.isEndOfBlock()) {
-    partial.step = stepInvalid;
-    return Progress::stop;
-  }
-  call.consume(bitsOf(found));
-  if (found.isException()) {
-    partial.step = stepBlockDone;
-    return Progress::stop;
-  }
-  if (kernels::entryCount(found.entry) > 0) {
-    partial = {stepLiteral, found.entry >> kernels::entryValueShift & 0xFF, 0, 0};
-  } else {
-    partial = {stepLengthExtra,
-               (found.entry >> kernels::entrySecondShift) + kernels::entryShortestMatch, 0,
-               static_cast<uint32_t>(extraBitsOf(found))};
-  }
-  return Progress::goOn;
 }
 
 // Adds the extra bits to the length or the distance.
@@ -116,20 +161,15 @@ Progress addExtraBits(InflateCall& call, uint32_t* value, PartialStep next) {
 }
 
 Progress decodeDistance(InflateCall& call) {
-  FoundEntry found;
-  const auto bitsOf = [](const FoundEntry& entry) {
-    return entry.isException() ? entry.allBits() : codeBitsOf(entry);
-  };
-  if (!findWhole(call, call.tables.distance, kernels::distanceRootBits, bitsOf, &found)) {
-    return Progress::stop;
-  }
-  if (found.isException()) {
+  const auto codeOf = [](const auto& tables, uint64_t bits) { return distanceCode(tables, bits); };
+  FoundCode found;
+  if (!takeCode(call, codeOf, &found)) return Progress::stop;
+  if (found.kind == FoundCode::invalid) {
     call.partial.step = stepInvalid;
     return Progress::stop;
   }
-  call.consume(codeBitsOf(found));
-  call.partial.distance = found.entry >> kernels::entryValueShift;
-  call.partial.extraBits = static_cast<uint32_t>(extraBitsOf(found));
+  call.partial.distance = found.value;
+  call.partial.extraBits = found.extraBits;
   call.partial.step = stepDistanceExtra;
   return Progress::goOn;
 }
@@ -184,9 +224,17 @@ bool fastLoopMayRun(const InflateCall& call) {
          call.out.end - call.out.dst >= kernels::inflateBytesMargin;
 }
 
+void runFastLoop(InflateCall& call) {
+  if (call.fast) {
+    kernels::inflateFast().toBytes(call.in, call.out, call.fastTables);
+  } else {
+    kernels::inflate().toBytes(call.in, call.out, call.tables);
+  }
+}
+
 void run(InflateCall& call) {
   do {
-    if (fastLoopMayRun(call)) kernels::inflate().toBytes(call.in, call.out, call.tables);
+    if (fastLoopMayRun(call)) runFastLoop(call);
   } while (takeStep(call) == Progress::goOn);
 }
 
@@ -207,9 +255,34 @@ uint32_t modeOf(uint32_t step) {
   return step == stepSymbol ? zebInflateAtSymbol : zebInflateInSymbol;
 }
 
-kernels::InflateTables tablesOf(const ZebInflateState& state) {
-  if (state.tableKind == zebInflateTablesFixed) return fixedTables;
-  return {state.litLenTable, state.distanceTable, state.litLenLengths};
+// A code without distances has no table of them.
+constexpr uint8_t noDistance = kernels::fastInvalidDistance;
+constexpr uint16_t noBase = 0;
+
+// False where the record's kind is unknown, or its tables are none that were built.
+bool findTables(const ZebInflateState& state, InflateCall& call) {
+  call.fast = state.tableKind == zebInflateTablesFast;
+  if (state.tableKind == zebInflateTablesFixed) {
+    call.tables = fixedTables;
+    return true;
+  }
+  if (state.tableKind == zebInflateTablesLong) {
+    call.tables = {state.tables.longCodes.litLen, state.tables.longCodes.distance,
+                   state.tables.longCodes.litLenLengths};
+    return true;
+  }
+  if (!call.fast || state.longestLitLen > kernels::fastLitLenBits ||
+      state.longestDistance > kernels::fastDistanceBits) {
+    return false;
+  }
+  const ZebInflateFastTables& tables = state.tables.fast;
+  call.fastTables = {tables.litLen, tables.distance, tables.distanceBase,
+                     (1u << state.longestLitLen) - 1, (1u << state.longestDistance) - 1};
+  if (state.longestDistance == 0) {
+    call.fastTables.distance = &noDistance;
+    call.fastTables.distanceBase = &noBase;
+  }
+  return true;
 }
 
 Partial loadPartial(const ZebInflateState& state) {
@@ -245,15 +318,13 @@ ZEBDC_ENTRY(ZebStatus, zebsInflate_8u)
     return zebErrNullPtr;
   }
   if (*pCodeLenBits > maxCallerBits || winIdx > pState->historySize) return zebErrSize;
-  if (pState->tableKind > zebInflateTablesFast) return zebErrBadData;
-
   InflateCall call = {};
+  if (!findTables(*pState, call)) return zebErrBadData;
   call.in.src = *ppSrc;
   call.in.end = *ppSrc + *pSrcLen;
   call.in.bits = *pCode & ((uint64_t{1} << *pCodeLenBits) - 1);
   call.in.count = static_cast<int>(*pCodeLenBits);
   call.out = {*ppDst - winIdx, *ppDst, *ppDst + *pDstLen};
-  call.tables = tablesOf(*pState);
   call.partial = {stepSymbol, 0, 0, 0};
   if (*pMode == zebInflateInSymbol) {
     call.partial = loadPartial(*pState);

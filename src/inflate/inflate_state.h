@@ -7,14 +7,20 @@
 #include <zebdc/zebdc.h>
 
 #include "inflate/huffman_table.h"
+#include "kernels/inflate_fast_table.h"
 
 namespace zebdc::inflate {
 
 static_assert(offsetof(ZebInflateState, historySize) == 8);
 static_assert(offsetof(ZebInflateState, tableKind) == 12);
 static_assert(sizeof(ZebInflateState) <= 48 * 1024);
+static_assert(offsetof(ZebInflateState, tables) == 40);
 static_assert(ZEB_INFLATE_LITLEN_ENTRIES >= litLenTableRoom);
 static_assert(ZEB_INFLATE_DISTANCE_ENTRIES >= distanceTableRoom);
+static_assert(sizeof(ZebInflateFastTables::litLen) == sizeof(uint16_t) << kernels::fastLitLenBits);
+static_assert(sizeof(ZebInflateFastTables::distance) == 1 << kernels::fastDistanceBits);
+static_assert(offsetof(ZebInflateFastTables, distanceBase) ==
+              offsetof(ZebInflateFastTables, distance) + 1024);
 
 // Where a symbol was left off. Each step is complete before the next begins, so that no more than
 // 15 bits have to wait in the caller's bit buffer.

@@ -28,10 +28,10 @@ struct FoundEntry {
   bool isException() const { return (entry & kernels::entryException) != 0; }
   bool isEndOfBlock() const { return (entry & kernels::entryEndOfBlock) != 0; }
   int allBits() const { return rootBits + static_cast<int>(entry & kernels::entryAllBits); }
+  int codeBits() const { return rootBits + static_cast<int>(kernels::entryCodeBits(entry)); }
 
   uint32_t extraBits(uint64_t bits) const {
-    const int codeBits = rootBits + static_cast<int>(kernels::entryCodeBits(entry));
-    return static_cast<uint32_t>(bits >> codeBits) & ((1u << (allBits() - codeBits)) - 1);
+    return static_cast<uint32_t>(bits >> codeBits()) & ((1u << (allBits() - codeBits())) - 1);
   }
 };
 

@@ -34,19 +34,14 @@
 
 #include <string.h>
 
-#include <array>
-
 #include "frame/bytes.h"
+#include "kernels/inflate_loop.h"
 #include "kernels/target.h"
 
 namespace zebdc::kernels {
 namespace {
 
-constexpr int bitsRefilled = 56;
 constexpr int literalsBetweenRefills = 4;
-constexpr int longestMatch = 258;
-constexpr int vectorBytes = 16;
-constexpr int copyStep = 2 * vectorBytes;
 
 static_assert(literalsBetweenRefills * litLenRootBits + litLenRootBits <= bitsRefilled);
 static_assert(15 + 5 + 15 + 13 + litLenRootBits <= 64);
@@ -56,36 +51,6 @@ static_assert(2 * literalsBetweenRefills + 1 +
                   (longestMatch + copyStep - 1) / copyStep * copyStep <=
               inflateBytesMargin);
 static_assert(2 * literalsBetweenRefills + 1 + 1 <= inflatePairsMargin);
-
-// The bit buffer of a loop. `left` counts the bits in hand in its six low bits alone: entries are
-// subtracted from it as they are. The bits above those in hand are the stream's too, from bytes not
-// yet counted as taken; topping up writes the same bits there again.
-struct BitBuffer {
-  uint64_t bits;
-  uint64_t left;
-  const uint8_t* src;
-
-  ZEBDC_ALWAYS_INLINE explicit BitBuffer(const InflateInput& in)
-      : bits(in.bits), left(static_cast<uint64_t>(in.count)), src(in.src) {}
-
-  ZEBDC_ALWAYS_INLINE void refill() {
-    bits |= load<uint64_t>(src) << (left & 63);
-    src += 7 - (left >> 3 & 7);
-    left |= bitsRefilled;
-  }
-
-  ZEBDC_ALWAYS_INLINE void consume(uint64_t entry) {
-    bits >>= entry & 63;
-    left -= entry;
-  }
-
-  ZEBDC_ALWAYS_INLINE void save(InflateInput& in) const {
-    in.src = src;
-    in.count = static_cast<int>(left & 63);
-    in.bits = bits & ((uint64_t{1} << in.count) - 1);
-  }
-};
-static_assert(bitsRefilled == (63 & ~7), "left |= bitsRefilled adds the bytes taken");
 
 // The extra bits of a length or a distance. Its entry has neither flags nor count in the bytes that
 // the shifts look at.
@@ -98,55 +63,6 @@ ZEBDC_ALWAYS_INLINE uint32_t extraBits(uint64_t entry, uint64_t bits) {
 ZEBDC_ALWAYS_INLINE uint64_t subtableEntry(const uint32_t* table, uint64_t pointer, uint64_t bits) {
   const uint64_t width = pointer >> entryCodeBitsShift & entryCodeBitsMask;
   return table[(pointer >> entryValueShift) + (bits & ((uint64_t{1} << width) - 1))];
-}
-
-ZEBDC_ALWAYS_INLINE void copyVector(const uint8_t* from, uint8_t* to) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
-                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
-}
-
-// For a distance d below 16: the shuffle that repeats the first d bytes of a vector, and how many
-// bytes of it are whole repetitions.
-struct Repetition {
-  alignas(vectorBytes) uint8_t shuffle[vectorBytes];
-  uint8_t bytes;
-};
-
-constexpr std::array<Repetition, vectorBytes> makeRepetitions() {
-  std::array<Repetition, vectorBytes> repetitions{};
-  for (size_t distance = 1; distance < vectorBytes; ++distance) {
-    for (size_t i = 0; i < vectorBytes; ++i) {
-      repetitions[distance].shuffle[i] = static_cast<uint8_t>(i % distance);
-    }
-    repetitions[distance].bytes = static_cast<uint8_t>(vectorBytes - vectorBytes % distance);
-  }
-  return repetitions;
-}
-constexpr std::array<Repetition, vectorBytes> repetitions = makeRepetitions();
-
-// Copies a match of 3 to 258 bytes, forward in effect; writes up to a multiple of copyStep bytes.
-// Vectors do not overlap what they are copied from from a distance of 16 on; below, the period is
-// spread over a vector once and stored as often as need be.
-ZEBDC_ALWAYS_INLINE void copyMatch(const uint8_t* from, uint8_t* dst, uint32_t length,
-                                   uint32_t distance) {
-  uint8_t* const end = dst + length;
-  if (distance >= vectorBytes) {
-    do {
-      copyVector(from, dst);
-      copyVector(from + vectorBytes, dst + vectorBytes);
-      from += copyStep;
-      dst += copyStep;
-    } while (dst < end);
-  } else {
-    const Repetition& repetition = repetitions[distance];
-    const __m128i period =
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)),
-                         _mm_load_si128(reinterpret_cast<const __m128i*>(repetition.shuffle)));
-    do {
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), period);
-      dst += repetition.bytes;
-    } while (dst < end);
-  }
 }
 
 // Sinks -------------------------------------------------------------------------------------------
@@ -299,10 +215,6 @@ ZEBDC_ALWAYS_INLINE void decodeSymbols(BitBuffer& buffer, Sink& sink, const Infl
     buffer.refill();
     sink.match(length, distance);
   } while (buffer.src <= lastSrc && sink.dst <= lastDst);
-}
-
-ZEBDC_ALWAYS_INLINE bool hasMargins(const InflateInput& in, ptrdiff_t room, ptrdiff_t margin) {
-  return in.end - in.src >= inflateSourceMargin && room >= margin && in.count < 64;
 }
 
 template <class Sink>

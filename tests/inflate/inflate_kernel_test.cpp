@@ -7,10 +7,12 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 
 #include "deflate/format.h"
-#include "inflate/fixed_tables.h"
+#include "inflate/fast_table.h"
 #include "inflate/streams.h"
+#include "kernels/inflate_fast.h"
 #include "support/guarded_buffer.h"
 
 namespace zebdc::inflate {
@@ -22,7 +24,45 @@ using kernels::InflatePairs;
 using test::Bytes;
 using test::GuardedBuffer;
 
-// Symbols of a fixed block, with the positions between them.
+// A code that both kinds of tables can hold: the fixed one but for symbols that stand for nothing.
+constexpr int longestLitLen = 9;
+constexpr int longestDistance = 5;
+
+using LitLenLengths = std::array<uint16_t, deflate::literalSymbols>;
+using DistanceLengths = std::array<uint16_t, deflate::distanceSymbols>;
+
+LitLenLengths litLenLengths() {
+  LitLenLengths lengths;
+  for (int symbol = 0; symbol < deflate::literalSymbols; ++symbol) {
+    lengths[static_cast<size_t>(symbol)] =
+        static_cast<uint16_t>(deflate::fixedLiteralLength(symbol));
+  }
+  return lengths;
+}
+
+DistanceLengths distanceLengths() {
+  DistanceLengths lengths;
+  lengths.fill(longestDistance);
+  return lengths;
+}
+
+struct PackedTables {
+  uint32_t litLen[litLenTableRoom];
+  uint32_t distance[distanceTableRoom];
+  LitLenLengths lengths = litLenLengths();
+
+  PackedTables() {
+    buildLitLenTable(lengths.data(), deflate::literalSymbols, litLen);
+    buildDistanceTable(distanceLengths().data(), deflate::distanceSymbols, distance);
+  }
+};
+
+kernels::InflateTables packedTables() {
+  static const PackedTables tables;
+  return {tables.litLen, tables.distance, tables.lengths.data()};
+}
+
+// Symbols of a block, with the positions between them.
 struct Symbols {
   std::vector<ZebLZ77Pair> items;
   std::vector<size_t> bits;   // position in the source behind so many items
@@ -35,11 +75,10 @@ struct Symbols {
 Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) {
   test::BitWriter header;
   test::BitWriter out;
-  test::Lengths litLen;
-  for (int symbol = 0; symbol < 288; ++symbol) {
-    litLen.push_back(deflate::fixedLiteralLength(symbol));
-  }
-  test::BlockWriter block(out, test::Code(litLen), test::Code(test::Lengths(32, 5)));
+  const LitLenLengths forLitLen = litLenLengths();
+  const DistanceLengths forDistance = distanceLengths();
+  test::BlockWriter block(out, test::Code({forLitLen.begin(), forLitLen.end()}),
+                          test::Code({forDistance.begin(), forDistance.end()}));
   Symbols symbols;
   Bytes all = history;
   const auto note = [&] {
@@ -116,7 +155,26 @@ void expectOutput(const Symbols& symbols, const uint8_t* begin, const InflateByt
   ASSERT_TRUE(std::equal(begin, begin + size, symbols.output.begin()));
 }
 
-TEST(InflateKernels, BytesFromTheBeginning) {
+void bytesByPackedTables(InflateInput& in, InflateBytes& out) {
+  kernels::inflate().toBytes(in, out, packedTables());
+}
+
+void bytesByFastTables(InflateInput& in, InflateBytes& out) {
+  uint16_t litLen[1 << longestLitLen];
+  buildFastLitLenTable(litLenLengths().data(), deflate::literalSymbols, longestLitLen, litLen);
+  uint8_t distance[1 << longestDistance];
+  uint16_t bases[1 << longestDistance];
+  buildFastDistanceTable(distanceLengths().data(), deflate::distanceSymbols, longestDistance,
+                         distance, bases);
+  kernels::inflateFast().toBytes(
+      in, out, {litLen, distance, bases, (1 << longestLitLen) - 1, (1 << longestDistance) - 1});
+}
+
+class InflateByteKernels : public testing::TestWithParam<void (*)(InflateInput&, InflateBytes&)> {};
+INSTANTIATE_TEST_SUITE_P(Tables, InflateByteKernels,
+                         testing::Values(bytesByPackedTables, bytesByFastTables));
+
+TEST_P(InflateByteKernels, FromTheBeginning) {
   test::Random random(1);
   for (int round = 0; round < 200; ++round) {
     const Symbols symbols = randomSymbols(random, test::below(random, 1500), {});
@@ -124,7 +182,7 @@ TEST(InflateKernels, BytesFromTheBeginning) {
     Input input(symbols, shape.source, shape.inHand);
     GuardedBuffer room(shape.room);
     InflateBytes out = {room.data(), room.data(), room.end()};
-    kernels::inflate().toBytes(input.in, out, fixedTables);
+    GetParam()(input.in, out);
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
@@ -144,7 +202,7 @@ TEST(InflateKernels, BytesWithHistory) {
     GuardedBuffer before(history.size() + 32);
     memcpy(before.data(), history.data(), history.size());
     InflateBytes out = {room.data(), room.data(), room.end()};
-    kernels::inflate().toBytesWithHistory(input.in, out, before.end() - 32, fixedTables);
+    kernels::inflate().toBytesWithHistory(input.in, out, before.end() - 32, packedTables());
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
@@ -153,7 +211,7 @@ TEST(InflateKernels, BytesWithHistory) {
 }
 
 // The history directly before the output, in one buffer.
-TEST(InflateKernels, BytesBehindOthersInTheRoom) {
+TEST_P(InflateByteKernels, BehindOthersInTheRoom) {
   test::Random random(3);
   for (const size_t already : {1u, 100u, 32767u, 32768u, 50000u}) {
     const Bytes history = test::randomBytes(already, already);
@@ -164,13 +222,13 @@ TEST(InflateKernels, BytesBehindOthersInTheRoom) {
       GuardedBuffer room(already + shape.room);
       memcpy(room.data(), history.data(), already);
       InflateBytes out = {room.data(), room.data() + already, room.end()};
-      kernels::inflate().toBytes(input.in, out, fixedTables);
+      GetParam()(input.in, out);
       expectOutput(symbols, room.data() + already, out, input.itemsDecoded(symbols));
     }
   }
 }
 
-TEST(InflateKernels, BytesStopInFrontOfAMatchThatReachesTooFar) {
+TEST_P(InflateByteKernels, StopInFrontOfAMatchThatReachesTooFar) {
   test::Random random(4);
   const Bytes history = test::randomBytes(500, 1);
   for (int round = 0; round < 100; ++round) {
@@ -178,7 +236,7 @@ TEST(InflateKernels, BytesStopInFrontOfAMatchThatReachesTooFar) {
     Input input(symbols, symbols.source.size(), 0);
     GuardedBuffer room(symbols.output.size() + 1000);
     InflateBytes out = {room.data(), room.data(), room.end()};
-    kernels::inflate().toBytes(input.in, out, fixedTables);
+    GetParam()(input.in, out);
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     if (items < symbols.items.size() && !input.nearEnd()) {
@@ -197,7 +255,7 @@ TEST(InflateKernels, Pairs) {
     GuardedBuffer room(shape.room * sizeof(ZebLZ77Pair));
     ZebLZ77Pair* const begin = room.as<ZebLZ77Pair>();
     InflatePairs out = {begin, begin + shape.room};
-    kernels::inflate().toPairs(input.in, out, fixedTables);
+    kernels::inflate().toPairs(input.in, out, packedTables());
     const size_t items = input.itemsDecoded(symbols);
     EXPECT_EQ(static_cast<size_t>(out.dst - begin), items);
     if (items > 0) {

@@ -291,6 +291,196 @@ TEST(Inflate, LongCodesDecodeInAnyCut) {
   }
 }
 
+// What a table must hold at an index, from the code lengths alone: the symbol whose code, first bit
+// lowest, the index ends in, or -1.
+int symbolAt(const std::vector<uint16_t>& lengths, uint32_t index) {
+  uint32_t code = 0;
+  uint32_t first = 0;
+  for (uint32_t length = 1; length <= 15; ++length) {
+    code = code << 1 | (index >> (length - 1) & 1);
+    uint32_t rank = 0;
+    for (size_t symbol = 0; symbol < lengths.size(); ++symbol) {
+      if (lengths[symbol] != length) continue;
+      if (first + rank++ == code) return static_cast<int>(symbol);
+    }
+    first = (first + rank) << 1;
+  }
+  return -1;
+}
+
+void expectFastTables(const std::vector<uint16_t>& litLen, const std::vector<uint16_t>& distance,
+                      const ZebInflateState& state) {
+  ASSERT_EQ(state.tableKind, zebInflateTablesFast);
+  const uint32_t litLenBits = *std::max_element(litLen.begin(), litLen.end());
+  const uint32_t distanceBits =
+      distance.empty() ? 0 : *std::max_element(distance.begin(), distance.end());
+  ASSERT_EQ(state.longestLitLen, litLenBits);
+  ASSERT_EQ(state.longestDistance, distanceBits);
+  for (uint32_t index = 0; index < 1u << litLenBits; ++index) {
+    const int symbol = symbolAt(litLen, index);
+    const uint32_t entry = state.tables.fast.litLen[index];
+    if (symbol < 0) {
+      ASSERT_EQ(entry >> 4 & 15, 14u);
+      continue;
+    }
+    uint32_t expected = litLen[static_cast<size_t>(symbol)];
+    if (symbol < 256) {
+      expected |= static_cast<uint32_t>(symbol) << 8;
+    } else if (symbol == 256) {
+      expected |= 15 << 4;
+    } else if (symbol == 285) {
+      expected |= 8 << 4 | 255 << 8;
+    } else {
+      // 257 to 264 stand for lengths 3 to 10; then every four symbols take one more extra bit.
+      const int step = symbol - 257;
+      const int extra = step < 8 ? 0 : step / 4 - 1;
+      const int base = step < 8 ? step : (4 + step % 4) << extra;
+      expected |= static_cast<uint32_t>((8 + extra) << 4 | base << 8);
+    }
+    ASSERT_EQ(entry, expected) << "index " << index << " symbol " << symbol;
+  }
+  for (uint32_t index = 0; distanceBits > 0 && index < 1u << distanceBits; ++index) {
+    const int symbol = symbolAt(distance, index);
+    const uint32_t entry = state.tables.fast.distance[index];
+    if (symbol < 0) {
+      ASSERT_EQ(entry >> 4, 14u);
+      continue;
+    }
+    const int extra = symbol < 4 ? 0 : symbol / 2 - 1;
+    const int base = symbol < 4 ? symbol + 1 : ((2 + symbol % 2) << extra) + 1;
+    ASSERT_EQ(entry, static_cast<uint32_t>(extra << 4) | distance[static_cast<size_t>(symbol)]);
+    ASSERT_EQ(state.tables.fast.distanceBase[index], base) << symbol;
+  }
+}
+
+// Lengths of a code that is complete or not, none longer than longest.
+std::vector<uint16_t> randomLengths(test::Random& random, size_t symbols, uint32_t longest) {
+  std::vector<uint16_t> lengths(symbols, 0);
+  uint32_t left = 1u << longest;
+  for (size_t tries = 0; tries < 2 * symbols && left > 0; ++tries) {
+    const size_t symbol = test::below(random, symbols);
+    const uint32_t length = longest - static_cast<uint32_t>(test::below(random, longest) / 2);
+    if (lengths[symbol] != 0 || 1u << (longest - length) > left) continue;
+    lengths[symbol] = static_cast<uint16_t>(length);
+    left -= 1u << (longest - length);
+  }
+  return lengths;
+}
+
+TEST(Inflate, FastTablesHaveTheirPublicLayout) {
+  EXPECT_EQ(offsetof(ZebInflateState, historySize), 8u);
+  EXPECT_EQ(offsetof(ZebInflateState, tableKind), 12u);
+  EXPECT_EQ(offsetof(ZebInflateState, partial), 16u);
+  EXPECT_EQ(offsetof(ZebInflateState, tables), 40u);
+  EXPECT_EQ(offsetof(ZebInflateFastTables, distanceBase),
+            offsetof(ZebInflateFastTables, distance) + 1024);
+  test::Random random(11);
+  auto state = std::make_unique<ZebInflateState>();
+  for (int round = 0; round < 60; ++round) {
+    const uint32_t longestLitLen = 9 + static_cast<uint32_t>(test::below(random, 3));
+    const uint32_t longestDistance = 5 + static_cast<uint32_t>(test::below(random, 6));
+    const size_t litLens = 257 + test::below(random, 30);
+    std::vector<uint16_t> litLen = randomLengths(random, litLens, longestLitLen);
+    if (litLen[256] == 0) {
+      const auto longest = std::max_element(litLen.begin(), litLen.end());
+      std::swap(litLen[256], *longest);
+    }
+    const std::vector<uint16_t> distance =
+        randomLengths(random, round % 8 == 0 ? 0 : 1 + test::below(random, 30), longestDistance);
+    std::vector<uint16_t> both = litLen;
+    both.insert(both.end(), distance.begin(), distance.end());
+    GuardedBuffer lengths(both.size() * sizeof(uint16_t));
+    memcpy(lengths.data(), both.data(), lengths.size());
+    memset(&state->tables, 0x5A, sizeof state->tables);
+    ASSERT_EQ(zebsInflateBuildHuffTable(lengths.as<uint16_t>(), static_cast<uint32_t>(litLens),
+                                        static_cast<uint32_t>(distance.size()), state.get()),
+              zebOk);
+    ASSERT_NO_FATAL_FAILURE(expectFastTables(litLen, distance, *state));
+  }
+}
+
+// A record for codes 'a' 0, end of the block 10, match of 3 110, and distance lengths.
+std::unique_ptr<ZebInflateState> smallCode(std::vector<uint16_t> distances) {
+  std::vector<uint16_t> lengths(258);
+  lengths['a'] = 1;
+  lengths[256] = 2;
+  lengths[257] = 3;
+  const auto count = static_cast<uint32_t>(distances.size());
+  lengths.insert(lengths.end(), distances.begin(), distances.end());
+  auto state = std::make_unique<ZebInflateState>();
+  EXPECT_EQ(zebsInflateBuildHuffTable(lengths.data(), 258, count, state.get()), zebOk);
+  state->historySize = 1000;
+  return state;
+}
+
+struct Outcome {
+  ZebStatus status;
+  ZebInflateMode mode;
+  size_t written;
+};
+
+// Decodes bits, the first lowest, and then zeros up to the size of the source.
+Outcome decodeBits(ZebInflateState& state, uint64_t bits, size_t size) {
+  GuardedBuffer source(size);
+  for (size_t i = 0; i < size; ++i) {
+    source[i] = static_cast<uint8_t>(i < 8 ? bits >> (8 * i) : 0);
+  }
+  GuardedBuffer buffer(1000);
+  const uint8_t* src = source.data();
+  uint32_t left = static_cast<uint32_t>(size);
+  uint32_t code = 0;
+  uint32_t held = 0;
+  uint8_t* dst = buffer.data();
+  uint32_t room = 1000;
+  ZebInflateMode mode = zebInflateAtSymbol;
+  const ZebStatus status =
+      zebsInflate_8u(&src, &left, &code, &held, 0, &dst, &room, 0, &mode, &state);
+  return {status, mode, static_cast<size_t>(dst - buffer.data())};
+}
+
+// Near the end of the source step by step, far from it in the fast loop.
+TEST(Inflate, PatternsWithoutASymbolAreBadData) {
+  for (const size_t size : {size_t{1}, size_t{2}, size_t{60}}) {
+    // "aa", then 111, which no symbol has.
+    const Outcome noSymbol = decodeBits(*smallCode({1}), 0b11100, size);
+    EXPECT_EQ(noSymbol.status, zebErrBadData);
+    EXPECT_EQ(noSymbol.written, 2u);
+    // A match, whose distance has no code.
+    const Outcome noDistances = decodeBits(*smallCode({}), 0b01100, size);
+    EXPECT_EQ(noDistances.status, zebErrBadData);
+    EXPECT_EQ(noDistances.written, 2u);
+    const Outcome zeroDistances = decodeBits(*smallCode({0, 0}), 0b01100, size);
+    EXPECT_EQ(zeroDistances.status, zebErrBadData);
+    // "aa", a match by the single distance code 0, end of the block; then by the unused 1.
+    const Outcome single = decodeBits(*smallCode({1}), 0b01001100, size);
+    EXPECT_EQ(single.status, zebOk);
+    EXPECT_EQ(single.mode, zebInflateBlockDone);
+    EXPECT_EQ(single.written, 5u);
+    const Outcome unused = decodeBits(*smallCode({1}), 0b0111100, size);
+    EXPECT_EQ(unused.status, zebErrBadData);
+    EXPECT_EQ(unused.written, 2u);
+  }
+}
+
+TEST(Inflate, FastTablesThatWereNotBuiltAreRefusedOrHarmless) {
+  auto state = smallCode({1});
+  state->longestLitLen = 12;
+  EXPECT_EQ(decodeBits(*state, 0, 100).status, zebErrBadData);
+  state->longestLitLen = 3;
+  state->longestDistance = 11;
+  EXPECT_EQ(decodeBits(*state, 0, 100).status, zebErrBadData);
+  test::Random random(12);
+  for (int round = 0; round < 200; ++round) {
+    state->longestLitLen = static_cast<uint32_t>(test::below(random, 12));
+    state->longestDistance = static_cast<uint32_t>(test::below(random, 11));
+    const Bytes garbage = test::randomBytes(sizeof state->tables.fast, random());
+    memcpy(&state->tables.fast, garbage.data(), garbage.size());
+    if (round == 0) memset(&state->tables.fast, 0, sizeof state->tables.fast);
+    const ZebStatus status = decodeBits(*state, random(), 8 + test::below(random, 300)).status;
+    ASSERT_TRUE(status == zebOk || status == zebErrBadData);
+  }
+}
+
 TEST(Inflate, UnusedBytesGoBackToTheSource) {
   const Bytes bytes = test::textLike(5000, 4);
   Bytes coded = deflated(bytes, 6, Z_FIXED);
