@@ -33,7 +33,7 @@ constexpr StreamSearch searches[maxLevel + 1] = {
     {8, 32, 16, 0, 0, 4096},
     {24, 64, 64, 0, 0, 4096},
     // lazy: candidates, nice length, -, lazy length, good length, farthest of 3 bytes
-    {20, 32, 0, 16, 8, 4096},
+    {24, 32, 0, 16, 8, 4096},
     {48, 128, 0, 16, 8, 4096},
     {96, 128, 0, 32, 8, 4096},
     {512, 258, 0, 128, 32, 4096},

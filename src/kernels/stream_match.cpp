@@ -126,33 +126,29 @@ ZEBDC_ALWAYS_INLINE void insertInterior(const StreamMatchRun& run, uint32_t from
 
 // --- searching
 
-// Where the walk stands: candidates lie at growing distances, each found from the table entry of
-// the candidate before it, or, with a shift, of the position that far behind that candidate.
+// Where the walk stands. It follows the table entries themselves, so that one load waits for nothing
+// but the one before it; a candidate begins as far before base as its entry does.
 struct Walk {
-  uint32_t distance;  // of the candidate before; 0 at first
-  uint32_t shift;
+  uint32_t entry;
+  uint32_t base;  // the position, or that of the part whose occurrences are followed
 };
 
 // A longer match holds all of the best one, so it begins no nearer than any part of the best one
 // occurred before. Walks on along the part whose earlier occurrence lies farthest back, and so
 // skips candidates that cannot be longer. Entries of positions that were never entered may lead too
 // far: that costs a match now and then, not correctness.
-ZEBDC_ALWAYS_INLINE uint32_t farthestNext(const StreamMatchRun& run, uint32_t position, Match best,
-                                          Walk* walk) {
+ZEBDC_ALWAYS_INLINE Walk farthestNext(const StreamMatchRun& run, uint32_t position, Match best) {
   const uint32_t mask = run.windowSize - 1;
   const uint32_t candidate = position - best.distance;
-  uint32_t next = candidate - run.chain[candidate & mask];
-  walk->shift = 0;
+  Walk walk = {run.chain[candidate & mask], position};
   // Parts that reach the position itself are not in the tables yet.
   const uint32_t parts = std::min(best.length - minMatch + 1, best.distance);
   for (uint32_t shift = 1; shift < parts; ++shift) {
-    const uint32_t step = candidate + shift - run.chain[(candidate + shift) & mask];
-    if (step > next) {
-      next = step;
-      walk->shift = shift;
-    }
+    const uint32_t entry = run.chain[(candidate + shift) & mask];
+    const uint32_t base = position + shift;
+    if (base - entry > walk.base - walk.entry) walk = {entry, base};
   }
-  return best.distance + next;
+  return walk;
 }
 
 // The longest match that beats the given length, nearest first. Needs 3 bytes at the offset.
@@ -165,16 +161,18 @@ ZEBDC_ALWAYS_INLINE Match searchChain(const StreamMatchRun& run, uint32_t offset
   const uint32_t limit = std::min(run.srcLen - offset, maxMatch);
   if (best.length >= limit) return best;
   nice = std::min(nice, limit);
+  const uint32_t* const chain = run.chain;
   const uint32_t mask = run.windowSize - 1;
   // An entry that is not below the position has a distance above it.
   const uint32_t farthest = std::min(run.windowSize - 1, position);
   // A longer match agrees in the four bytes that end just behind the best one.
   uint32_t wanted = best.length >= minMatch ? load<uint32_t>(string + best.length - 3) : 0;
-  uint32_t distance = position - candidate;
-  Walk walk = {0, 0};
+  Walk walk = {candidate, position};
+  uint32_t distance = 0;
   for (; candidates > 0; --candidates) {
-    if (distance > farthest || distance <= walk.distance) break;
-    walk.distance = distance;
+    const uint32_t distanceBefore = distance;
+    distance = walk.base - walk.entry;
+    if (distance > farthest || distance <= distanceBefore) break;
     uint32_t length = 0;
     if (distance <= offset) [[likely]] {
       const uint8_t* const earlier = string - distance;
@@ -194,12 +192,11 @@ ZEBDC_ALWAYS_INLINE Match searchChain(const StreamMatchRun& run, uint32_t offset
       if (length >= nice) break;
       if (length >= minMatch) wanted = load<uint32_t>(string + length - 3);
       if (thorough && length > minMatch) {
-        distance = farthestNext(run, position, best, &walk);
+        walk = farthestNext(run, position, best);
         continue;
       }
     }
-    const uint32_t entered = position - distance + walk.shift;
-    distance += entered - run.chain[entered & mask];
+    walk.entry = chain[walk.entry & mask];
   }
   return best;
 }
