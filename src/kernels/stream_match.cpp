@@ -126,8 +126,8 @@ ZEBDC_ALWAYS_INLINE void insertInterior(const StreamMatchRun& run, uint32_t from
 
 // --- searching
 
-// Where the walk stands. It follows the table entries themselves, so that one load waits for nothing
-// but the one before it; a candidate begins as far before base as its entry does.
+// Where the walk stands. It follows the table entries themselves, so that one load waits for
+// nothing but the one before it; a candidate lies as far back as its entry lies before base.
 struct Walk {
   uint32_t entry;
   uint32_t base;  // the position, or that of the part whose occurrences are followed
