@@ -17,7 +17,7 @@
 //
 // The branches that had to go: compilers make one of "distance if it is near, else 0" and of "match
 // or literal", and either costs as much as the rest of its step. Blocks of 64 or 256 places are
-// slower than those of 128. To compare 16 bytes at once where long matches are picked brings nothing.
+// slower than those of 128. Comparing 16 bytes at once where long matches are picked gains nothing.
 
 #include <emmintrin.h>
 
