@@ -110,8 +110,8 @@ class Matcher {
 
   Items run() {
     for (size_t at = 0; at < setup_.source.size(); at += setup_.piece) {
-      takePiece(std::span(setup_.source)
-                    .subspan(at, std::min(setup_.piece, setup_.source.size() - at)));
+      takePiece(
+          std::span(setup_.source).subspan(at, std::min(setup_.piece, setup_.source.size() - at)));
     }
     return items_;
   }
@@ -141,10 +141,10 @@ class Matcher {
       const auto literals = exact<uint8_t>(setup_.room);
       const auto distances = exact<uint16_t>(setup_.room);
       uint32_t count = setup_.room;
-      const ZebStatus status = zebsDeflateLZ77_8u(
-          &src, &left, &position_, window_.get(), setup_.winSize, head_.get(), chain_.get(),
-          setup_.hashSize, litFreq, distFreq, literals.get(), distances.get(), &count, setup_.level,
-          zebLZ77FlushNone);
+      const ZebStatus status =
+          zebsDeflateLZ77_8u(&src, &left, &position_, window_.get(), setup_.winSize, head_.get(),
+                             chain_.get(), setup_.hashSize, litFreq, distFreq, literals.get(),
+                             distances.get(), &count, setup_.level, zebLZ77FlushNone);
       FUZZ_CHECK(status == (left == 0 ? zebOk : zebWarnDstFull));
       FUZZ_CHECK(count <= setup_.room && position_ - position == src - begin);
       checkItems(begin, position, literals.get(), distances.get(), count);
@@ -243,8 +243,7 @@ void checkCoding(const Items& items, uint32_t seed) {
   FUZZ_CHECK(zebsDeflateHuff_8u(items.literals.empty() ? &noLiteral : items.literals.data(),
                                 items.distances.empty() ? &noDistance : items.distances.data(),
                                 static_cast<uint32_t>(items.literals.size()), codes.literals,
-                                codes.distances, out.get(), &index, &bits,
-                                &bitCount) == zebOk);
+                                codes.distances, out.get(), &index, &bits, &bitCount) == zebOk);
   FUZZ_CHECK(bitCount < 32 && (index - 1) * size_t{8} + bitCount == expected.size());
   FUZZ_CHECK(memcmp(out.get() + 1, expected.bytes().data(), index - 1) == 0);
   for (uint32_t i = 0; i < bitCount; ++i) {
@@ -410,8 +409,7 @@ bool zlibDecodes(const Block& block, Bytes& output) {
   z_stream z = {};
   FUZZ_CHECK(inflateInit2(&z, -15) == Z_OK);
   if (!block.dictionary.empty()) {
-    inflateSetDictionary(&z, block.dictionary.data(),
-                         static_cast<uInt>(block.dictionary.size()));
+    inflateSetDictionary(&z, block.dictionary.data(), static_cast<uInt>(block.dictionary.size()));
   }
   output.resize(outputLimit);
   z.next_in = stream.data();

@@ -118,14 +118,14 @@ FoundCode distanceCode(const kernels::InflateFastTables& tables, uint64_t bits) 
           tables.distanceBase[index], entry >> kernels::fastKindShift};
 }
 
-// The code at the front of the input, once its bits are in hand. Bits beyond those in hand count as
-// zeros: an entry that needs no more does not depend on them.
+// The code at the front of the input, once its bits are in hand, where it stays if it is invalid.
+// Bits beyond those in hand count as zeros: an entry that needs no more does not depend on them.
 template <class CodeOf>
 bool takeCode(InflateCall& call, CodeOf codeOf, FoundCode* found) {
   call.want(deflate::maxCodeLength);
   *found = call.fast ? codeOf(call.fastTables, call.in.bits) : codeOf(call.tables, call.in.bits);
   if (found->bits > call.in.count) return false;
-  call.consume(found->bits);
+  if (found->kind != FoundCode::invalid) call.consume(found->bits);
   return true;
 }
 

@@ -579,6 +579,78 @@ TEST(Inflate, ChecksPointersThenSizesThenTables) {
   EXPECT_EQ(arguments.out, 77);
 }
 
+// A call of its own for each piece, on a record for smallCode.
+struct Session {
+  std::unique_ptr<ZebInflateState> state = smallCode({1});
+  Bytes out = Bytes(1000);
+  uint32_t code = 0;
+  uint32_t held = 0;
+  uint8_t* dst = out.data();
+  ZebInflateMode mode = zebInflateAtSymbol;
+
+  ZebStatus call(const Bytes& source, uint32_t room, uint32_t* left) {
+    const uint8_t* src = source.data();
+    *left = static_cast<uint32_t>(source.size());
+    const uint32_t index = static_cast<uint32_t>(dst - out.data());
+    return zebsInflate_8u(&src, left, &code, &held, index, &dst, &room, index, &mode, state.get());
+  }
+};
+
+TEST(Inflate, AnyOtherModeAbandonsTheSymbolInProgress) {
+  for (const ZebInflateMode mode : {0u, 1u, 3u, 0xFFFFFFFFu}) {
+    Session session;
+    uint32_t left = 0;
+    // "a", then a match of three, of which the room takes one.
+    ASSERT_EQ(session.call({0b00000110 << 1 & 0xFF}, 2, &left), zebOk);
+    ASSERT_EQ(session.mode, zebInflateInSymbol);
+    ASSERT_EQ(session.dst - session.out.data(), 2);
+    session.mode = mode;
+    session.code = 0;
+    session.held = 0;
+    // "aaaa", end of the block: the rest of the match does not come.
+    session.out[2] = 'x';
+    ASSERT_EQ(session.call({0b00010000}, 4, &left), zebOk);
+    EXPECT_EQ(session.mode, zebInflateBlockDone);
+    EXPECT_EQ(session.dst - session.out.data(), 6);
+  }
+}
+
+TEST(Inflate, BadDataWritesEveryCursorBack) {
+  Session session;
+  uint32_t left = 0;
+  // "aaa", then 111.
+  EXPECT_EQ(session.call({0b00111000, 0xFF, 0xFF, 0xFF}, 100, &left), zebErrBadData);
+  EXPECT_EQ(session.dst - session.out.data(), 3);
+  EXPECT_EQ(session.mode, zebInflateAtSymbol);
+  EXPECT_LT(session.held, 8u);
+  // Everything in front of the bad code is used up, and nothing else.
+  EXPECT_EQ(8 * (4 - left) - session.held, 3u);
+}
+
+TEST(Inflate, AnIndexOfTheWholeHistoryIsTaken) {
+  Session session;
+  session.state->historySize = 7;
+  session.dst += 7;
+  uint32_t left = 0;
+  EXPECT_EQ(session.call({0b00000000}, 8, &left), zebOk);
+  session.dst = session.out.data() + 8;
+  EXPECT_EQ(session.call({0b00000000}, 8, &left), zebErrSize);
+}
+
+TEST(Inflate, ContextsThatNoCallLeavesAreRefused) {
+  const uint32_t contexts[][4] = {{0, 0, 0, 0}, {1, 0, 0, 0},  {7, 0, 0, 0},
+                                  {8, 0, 0, 0}, {2, 3, 0, 14}, {5, 3, 0, 0}};
+  for (const auto& context : contexts) {
+    Session session;
+    memcpy(session.state->partial, context, sizeof context);
+    session.mode = zebInflateInSymbol;
+    uint32_t left = 0;
+    EXPECT_EQ(session.call({0}, 10, &left), zebErrBadData);
+    EXPECT_EQ(left, 1u);
+    EXPECT_EQ(session.dst, session.out.data());
+  }
+}
+
 TEST(Inflate, DistancesBeforeTheBufferAreRefused) {
   // Fixed codes: 'x', then a match of 3 at distance 2 (symbols 257 and 1).
   //   'x' = 0x30 + 0x78 = 10101000, length 0000001, distance 00001, all first bit first
