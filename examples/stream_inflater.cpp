@@ -56,6 +56,7 @@ StreamInflater::StreamInflater(const uint8_t* bytes, size_t count)
 
 void StreamInflater::inflate(std::vector<uint8_t>& output) {
   outputBegin_ = output.size();
+  size_ = outputBegin_;
   bool last = false;
   while (!last) {
     last = takeBits(1) != 0;
@@ -75,6 +76,7 @@ void StreamInflater::inflate(std::vector<uint8_t>& output) {
         fail("invalid block kind");
     }
   }
+  output.resize(size_);
   // Whole bytes that are left belong to what follows the stream.
   next_ -= bitCount_ / 8;
   bits_ = 0;
@@ -99,10 +101,12 @@ void StreamInflater::copyStored(std::vector<uint8_t>& output) {
   const uint32_t length = takeBits(16);
   if ((takeBits(16) ^ length) != 0xFFFF) fail("invalid stored block");
   // Bytes in hand come first.
+  makeRoom(output, length);
   uint32_t left = length;
-  for (; left > 0 && bitCount_ > 0; --left) output.push_back(static_cast<uint8_t>(takeBits(8)));
+  for (; left > 0 && bitCount_ > 0; --left) output[size_++] = static_cast<uint8_t>(takeBits(8));
   if (left > static_cast<size_t>(end_ - next_)) fail("unexpected end");
-  output.insert(output.end(), next_, next_ + left);
+  std::copy_n(next_, left, output.data() + size_);
+  size_ += left;
   next_ += left;
 }
 
@@ -142,13 +146,11 @@ void StreamInflater::readCodes() {
 
 // The library copies matches within one buffer: all the output so far and the room for more.
 void StreamInflater::decodeSymbols(std::vector<uint8_t>& output) {
-  constexpr size_t leastRoom = size_t{1} << 16;
-  size_t size = output.size();
   ZebInflateMode mode = zebInflateAtSymbol;
   do {
-    output.resize(std::max(output.capacity(), size + leastRoom));
+    makeRoom(output, 1);
     uint8_t* const buffer = output.data() + outputBegin_;
-    const uint32_t index = static_cast<uint32_t>(size - outputBegin_);
+    const uint32_t index = static_cast<uint32_t>(size_ - outputBegin_);
     state_->history = buffer;
     state_->historySize = static_cast<uint32_t>(output.size() - outputBegin_);
     uint8_t* dst = buffer + index;
@@ -159,8 +161,14 @@ void StreamInflater::decodeSymbols(std::vector<uint8_t>& output) {
                        state_.get()) != zebOk) {
       fail("invalid data");
     }
-    size = static_cast<size_t>(dst - output.data());
+    size_ = static_cast<size_t>(dst - output.data());
     if (mode != zebInflateBlockDone && next_ == end_ && room > 0) fail("unexpected end");
   } while (mode != zebInflateBlockDone);
-  output.resize(size);
+}
+
+// The vector clears what it grows by, so it grows only when it is full, and by a good part.
+void StreamInflater::makeRoom(std::vector<uint8_t>& output, size_t count) const {
+  constexpr size_t leastGrowth = size_t{1} << 16;
+  if (output.size() - size_ >= count) return;
+  output.resize(output.size() + std::max({count, leastGrowth, output.size() / 2}));
 }

@@ -27,6 +27,7 @@ class StreamInflater {
   void copyStored(std::vector<uint8_t>& output);
   void readCodes();
   void decodeSymbols(std::vector<uint8_t>& output);
+  void makeRoom(std::vector<uint8_t>& output, size_t count) const;
 
   const uint8_t* begin_;
   const uint8_t* next_;
@@ -34,6 +35,7 @@ class StreamInflater {
   uint32_t bits_ = 0;  // taken from the input but not yet used, the next one lowest
   uint32_t bitCount_ = 0;
   size_t outputBegin_ = 0;
+  size_t size_ = 0;  // of the output that is decoded; the vector may be longer while it is at work
   std::unique_ptr<ZebInflateState> state_;
 };
 

@@ -137,13 +137,77 @@ class Corruption(support.ToolTest):
                 self.run_tool("-t", input=damaged, status=ERROR)
 
 
+class DynamicHeaders(support.ToolTest):
+    """The code lengths at the beginning of a dynamic block; the first four lengths of the code that
+    they are sent in are those of the symbols 16 (repeat), 17, 18 (zeros) and 0."""
+
+    def refused(self, code_lengths, rest):
+        bits = "1" + "01" + number(0, 5) + number(0, 5) + number(len(code_lengths) - 4, 4)
+        bits += "".join(number(length, 3) for length in code_lengths) + rest + "0" * 400
+        result = self.run_tool("-d", "--format=deflate", input=packed(bits), status=ERROR)
+        self.assert_message(result, "format violated")
+
+    def test_more_codes_than_patterns(self):
+        self.refused([1, 1, 1, 0], "")
+        self.refused([2, 2, 2, 2, 7], "")
+
+    def test_no_codes_and_codes_that_no_symbol_has(self):
+        self.refused([0, 0, 0, 0], "")
+        self.refused([0, 0, 0, 1], "1")
+
+    def test_nothing_to_repeat(self):
+        self.refused([1, 0, 0, 1], "1" + "00")
+
+    def test_repeats_beyond_the_last_length(self):
+        self.refused([0, 0, 1, 0], ("0" + "1" * 7) * 2)
+
+    def test_no_end_of_block(self):
+        self.refused([0, 0, 1, 1], ("1" + "1" * 7) + ("1" + number(258 - 138 - 11, 7)))
+
+
+class Distances(support.ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.window = support.random_bytes(32768)
+
+    def stream(self, before, matches):
+        """A stored block, and in a fixed one matches of 258 bytes at distance 32768."""
+        stored = b"\0" + struct.pack("<HH", len(before), len(before) ^ 0xFFFF) + before
+        return stored + fixed_block(["11000101" + "11101" + "1" * 13] * matches)
+
+    def test_the_farthest_distance_reaches_across_any_buffer(self):
+        decoded = self.filter("-d", "--format=deflate", input=self.stream(self.window, 4000))
+        self.assertEqual(decoded, (self.window * 33)[:32768 + 4000 * 258])
+
+    def test_one_byte_farther_than_there_is_data_is_refused(self):
+        result = self.run_tool("-d", "--format=deflate", input=self.stream(self.window[1:], 1),
+                               status=ERROR)
+        self.assert_message(result, "format violated")
+        self.assertEqual(result.stdout, self.window[1:])
+
+    def test_data_before_a_bad_distance_comes_out(self):
+        # 'a', a match of 3 at distance 1, 'b', a match of 3 at distance 6.
+        stream = fixed_block([literal(97), "0000001" + "00000", literal(98),
+                              "0000001" + "00100" + "1"])
+        result = self.run_tool("-d", "--format=deflate", input=stream, status=ERROR)
+        self.assertEqual(result.stdout, b"aaaab")
+
+
+def number(value, count):
+    """A number as it stands in the stream: least significant bit first."""
+    return format(value, f"0{count}b")[::-1]
+
+
 def literal(byte):
     return format(0x30 + byte, "08b")
 
 
 def fixed_block(codes):
     """A final fixed block of the codes, given with their first bit first."""
-    bits = "1" + "10" + "".join(codes) + "0000000"
+    return packed("1" + "10" + "".join(codes) + "0000000")
+
+
+def packed(bits):
     bits += "0" * (-len(bits) % 8)
     return bytes(int(bits[i:i + 8][::-1], 2) for i in range(0, len(bits), 8))
 

@@ -1,7 +1,12 @@
 """Data goes through the tool and through independent implementations of the formats, both ways."""
 
+import fcntl
 import gzip
+import os
+import struct
 import subprocess
+import termios
+import time
 import zlib
 
 import support
@@ -102,6 +107,23 @@ class Exchange(support.ToolTest):
                     coded += coder.flush()
                     self.assertEqual(self.filter("-d", "--format=deflate", input=coded), part)
 
+    @support.posix_only
+    def test_streams_that_come_byte_by_byte_decode(self):
+        # A new byte is only sent when the tool has taken the one before.
+        data = text(400)
+        for name, strategy in (("dynamic", zlib.Z_DEFAULT_STRATEGY), ("fixed", zlib.Z_FIXED)):
+            coder = zlib.compressobj(9, zlib.DEFLATED, -15, 8, strategy)
+            coded = coder.compress(data) + coder.flush(zlib.Z_SYNC_FLUSH) + raw_deflate(data)
+            with self.subTest(blocks=name):
+                process = subprocess.Popen(support.command("-d", "--format=deflate"),
+                                           stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+                for byte in coded:
+                    while unread_in(process.stdin):
+                        time.sleep(0)
+                    os.write(process.stdin.fileno(), bytes([byte]))
+                self.assertEqual(process.communicate()[0], data * 2)
+                self.assertEqual(process.returncode, 0)
+
     def test_a_change_of_level_within_a_stream_decodes(self):
         # Stored, fast and thorough blocks in one stream, matches reaching from each into the last.
         data = text(60_000)
@@ -111,6 +133,10 @@ class Exchange(support.ToolTest):
             coded += coder.compress(data) + coder.flush(zlib.Z_SYNC_FLUSH)
         coded = raw_deflate_prefix(data) + coded + b"\x03\x00"
         self.assertEqual(self.filter("-d", "--format=deflate", input=coded), data * 7)
+
+
+def unread_in(pipe):
+    return struct.unpack("i", fcntl.ioctl(pipe, termios.FIONREAD, b"\0" * 4))[0]
 
 
 def raw_deflate_prefix(data):

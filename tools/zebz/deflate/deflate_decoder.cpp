@@ -1,123 +1,125 @@
 #include "deflate/deflate_decoder.h"
 
+#include <string.h>
+
 #include <algorithm>
-#include <array>
+
+#include "deflate/code_lengths.h"
+#include "deflate/deflate_stream.h"
 
 namespace zebz {
 namespace {
 
-constexpr size_t pairCapacity = size_t{32} << 10;
-constexpr size_t outputSize = size_t{256} << 10;
-constexpr uint64_t farthestDistance = 32768;
+// Small enough for a processor's caches, and large beside the window that is moved to its front
+// whenever it is full.
+constexpr size_t bufferSize = size_t{256} << 10;
 
-// The three block decoders of the library in one form. Each reads the header of a block itself and
-// refuses, with zebErrGeneral, a block of another kind, leaving the header for the next to try.
-using BlockDecoder = ZebStatus (*)(const uint8_t** src, int* srcLen, ZebLZ77Pair** pairs,
-                                   int* pairRoom, ZebLZ77State_8u* state);
-
-ZebStatus decodeDynamic(const uint8_t** src, int* srcLen, ZebLZ77Pair** pairs, int* pairRoom,
-                        ZebLZ77State_8u* state) {
-  return zebsDecodeLZ77DynamicHuff_8u(src, srcLen, pairs, pairRoom, zebLZ77FlushNone, state);
-}
-
-ZebStatus decodeFixed(const uint8_t** src, int* srcLen, ZebLZ77Pair** pairs, int* pairRoom,
-                      ZebLZ77State_8u* state) {
-  return zebsDecodeLZ77FixedHuff_8u(src, srcLen, pairs, pairRoom, zebLZ77FlushNone, state);
-}
-
-constexpr std::array<BlockDecoder, 3> blockDecoders = {decodeDynamic, decodeFixed,
-                                                       zebsDecodeLZ77StoredHuff_8u};
-
-[[noreturn]] void failFormat() {
-  throw DataError("invalid compressed data--format violated");
-}
-
-LZ77State makeState() {
-  ZebLZ77State_8u* state = nullptr;
-  expectNoError(zebsDecodeLZ77InitAlloc_8u(zebLZ77ChecksumNone, &state));
-  return LZ77State(state);
-}
+enum BlockKind : uint32_t { blockStored = 0, blockFixed = 1, blockDynamic = 2 };
 
 }  // namespace
 
 DeflateDecoder::DeflateDecoder()
-    : state_(makeState()), pairs_(pairCapacity), pairsEnd_(pairs_.data()), output_(outputSize) {}
+    : tables_(std::make_unique<ZebInflateState>()), buffer_(bufferSize) {}
 
 void DeflateDecoder::restart(Bytes history) {
-  expectNoError(zebsDecodeLZ77Reset_8u(state_.get()));
-  pairsEnd_ = pairs_.data();
-  history_ = history.size();
-  if (history.empty()) return;
-  expectNoError(zebsDecodeLZ77SetDictionary_8u(history.data(), static_cast<int>(history.size()),
-                                               state_.get()));
+  std::copy(history.begin(), history.end(), buffer_.begin());
+  passedOn_ = end_ = history.size();
 }
 
 void DeflateDecoder::decode(BufferedSource& source, ByteSink& sink) {
-  BlockDecoder current = nullptr;  // none between blocks
-  const auto callDecoder = [&](BlockDecoder decoder) {
-    const Bytes input = source.unread();
-    const uint8_t* cursor = input.data();
-    int remaining = static_cast<int>(input.size());
-    int room = pairRoom();
-    const ZebStatus status = decoder(&cursor, &remaining, &pairsEnd_, &room, state_.get());
-    source.moveTo(cursor);
-    return status;
-  };
+  BitSource bits(source);
+  try {
+    decodeBlocks(bits, sink);
+  } catch (const DataError&) {
+    passOn(sink);
+    throw;
+  }
+  passOn(sink);
+}
 
-  // With a byte at hand and room for a pair, a decoder that is asked for a new block always gets as
-  // far as accepting or refusing its header. At the end of the input the bits in hand may do.
-  for (;;) {
-    const bool atEnd = !source.fill();
-    ZebStatus status = zebErrGeneral;
-    if (current != nullptr) {
-      status = callDecoder(current);
-    } else {
-      for (size_t i = 0; i < blockDecoders.size() && status == zebErrGeneral; ++i) {
-        current = blockDecoders[i];
-        status = callDecoder(current);
-      }
+void DeflateDecoder::decodeBlocks(BitSource& bits, ByteSink& sink) {
+  bool isLast = false;
+  while (!isLast) {
+    isLast = bits.take(1) != 0;
+    switch (bits.take(2)) {
+      case blockStored:
+        copyStored(bits.alignedSource(), sink);
+        break;
+      case blockFixed:
+        tables_->tableKind = zebInflateTablesFixed;
+        decodeSymbols(bits, sink);
+        break;
+      case blockDynamic:
+        buildTables(bits);
+        decodeSymbols(bits, sink);
+        break;
+      default:
+        failDeflateFormat();
     }
+  }
+  bits.alignedSource();
+}
 
-    const bool isCut = status == zebWarnSrcExhausted && atEnd;
-    const bool isDone = status == zebWarnFinalBlockDone;
-    if (isDone || isCut || status < 0 || pairRoom() == 0) expandPairs(sink);
-    if (isDone) return;
-    if (isCut) failUnexpectedEnd();
-    if (status < 0) failFormat();
-    if (status == zebOk) current = nullptr;
+void DeflateDecoder::copyStored(BufferedSource& source, ByteSink& sink) {
+  size_t left = source.takeLittleEndian16();
+  if ((source.takeLittleEndian16() ^ left) != 0xFFFF) failDeflateFormat();
+  while (left > 0) {
+    if (end_ == buffer_.size()) makeRoom(sink);
+    if (!source.fill()) failUnexpectedEnd();
+    const size_t count = std::min({left, source.unread().size(), buffer_.size() - end_});
+    memcpy(buffer_.data() + end_, source.unread().data(), count);
+    source.skip(count);
+    end_ += count;
+    left -= count;
   }
 }
 
-int DeflateDecoder::pairRoom() const {
-  return static_cast<int>(pairs_.data() + pairs_.size() - pairsEnd_);
-}
-
-void DeflateDecoder::expandPairs(ByteSink& sink) {
-  checkDistances();
-  const ZebLZ77Pair* cursor = pairs_.data();
-  int count = static_cast<int>(pairsEnd_ - pairs_.data());
-  ZebStatus status;
-  do {
-    uint8_t* end = output_.data();
-    int room = static_cast<int>(output_.size());
-    status = expectNoError(
-        zebsDecodeLZ77_8u(&cursor, &count, &end, &room, zebLZ77FlushNone, state_.get()));
-    const size_t written = static_cast<size_t>(end - output_.data());
-    sink.write(Bytes(output_.data(), written));
-    history_ += written;
-  } while (status == zebWarnDstFull);
-  pairsEnd_ = pairs_.data();
-}
-
-// The library expands whatever distance it is given. Once a window's worth of bytes has gone by,
-// all distances are good.
-void DeflateDecoder::checkDistances() const {
-  uint64_t reachable = history_;
-  for (const ZebLZ77Pair* pair = pairs_.data(); pair != pairsEnd_ && reachable < farthestDistance;
-       ++pair) {
-    if (pair->offset > reachable) failFormat();
-    reachable += pair->offset == 0 ? 1 : pair->length;
+void DeflateDecoder::buildTables(BitSource& bits) {
+  const CodeLengths codes = readCodeLengths(bits);
+  if (zebsInflateBuildHuffTable(codes.lengths.data(), codes.litLenCount, codes.distanceCount,
+                                tables_.get()) != zebOk) {
+    failDeflateFormat();
   }
+}
+
+// The buffer begins with the oldest byte that a match may refer to, or with one that is out of
+// reach: the library refuses the distances that the format forbids.
+void DeflateDecoder::decodeSymbols(BitSource& bits, ByteSink& sink) {
+  tables_->history = buffer_.data();
+  tables_->historySize = static_cast<uint32_t>(buffer_.size());
+  ZebInflateMode mode = zebInflateAtSymbol;
+  for (;;) {
+    const uint32_t index = static_cast<uint32_t>(end_);
+    uint8_t* dst = buffer_.data() + end_;
+    uint32_t room = static_cast<uint32_t>(buffer_.size() - end_);
+    const ZebStatus status =
+        bits.lendTo([&](const uint8_t** src, uint32_t* srcLen, uint32_t* held, uint32_t* count) {
+          return zebsInflate_8u(src, srcLen, held, count, index, &dst, &room, index, &mode,
+                                tables_.get());
+        });
+    end_ = buffer_.size() - room;
+    if (status == zebErrBadData) failDeflateFormat();
+    expectNoError(status);
+    if (mode == zebInflateBlockDone) break;
+    if (room == 0) {
+      makeRoom(sink);
+    } else {
+      bits.readOn();
+    }
+  }
+  bits.giveBack();
+}
+
+void DeflateDecoder::passOn(ByteSink& sink) {
+  sink.write(Bytes(buffer_).subspan(passedOn_, end_ - passedOn_));
+  passedOn_ = end_;
+}
+
+void DeflateDecoder::makeRoom(ByteSink& sink) {
+  passOn(sink);
+  const size_t kept = std::min(end_, deflateWindow);
+  memmove(buffer_.data(), buffer_.data() + end_ - kept, kept);
+  passedOn_ = end_ = kept;
 }
 
 }  // namespace zebz
