@@ -11,7 +11,7 @@ packages_of() {
     build) echo "cmake ninja-build g++ libcli11-dev" ;;
     test) echo "python3 libgtest-dev libgmock-dev zlib1g-dev libdeflate-dev libbz2-dev liblzo2-dev" \
                "gzip bzip2 lzop binutils pkg-config" ;;
-    windows) echo "g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest wine64 lld" \
+    windows) echo "g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest wine64 lld llvm" \
                   "python3 bzip2 gzip xz-utils" ;;
     demo) echo "gzip diffutils" ;;
     bench) echo "python3 libbenchmark-dev zlib1g-dev libdeflate-dev libbz2-dev liblzo2-dev" \
