@@ -187,11 +187,14 @@ Cuts takeCuts(Input& input) {
 }
 
 void lzss(Input& input) {
-  const Cuts cuts = takeCuts(input);
+  Cuts cuts = takeCuts(input);
   const Damages damages(input);
   const bool asItIs = input.takeBelow(2) == 0;
   const Bytes content = makeContent(input);
   if (content.empty()) return;
+  // Large contents are not cut into single bytes, which would take long.
+  cuts.source += content.size() / 500;
+  cuts.room += content.size() / 500;
   constexpr Cuts whole = {1 << 24, 1 << 24};
   Bytes stream = content;
   if (!asItIs) {
