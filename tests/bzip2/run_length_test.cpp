@@ -238,6 +238,24 @@ TEST(EncodeBzip2Runs, MarksLiteralsAndCountBytesAsInUse) {
   EXPECT_EQ(inUse(record), expected);
 }
 
+TEST(EncodeBzip2Runs, TheTableMayBeCopiedOverItsRecord) {
+  for (const size_t shift : {0, 1, 8, 100, 255}) {
+    alignas(16) uint8_t memory[264 + 256] = {};
+    ZebRLEState_BZ2* const state = reinterpret_cast<ZebRLEState_BZ2*>(memory);
+    ASSERT_EQ(zebsEncodeRLEInit_BZ2_8u(state), zebOk);
+    const Bytes source = test::randomBytes(100, shift);
+    const uint8_t* pSrc = source.data();
+    int srcLen = 100;
+    uint8_t dst[200];
+    int dstLen = 200;
+    ASSERT_EQ(zebsEncodeRLE_BZ2_8u(&pSrc, &srcLen, dst, &dstLen, state), zebOk);
+    Bytes expected(256);
+    ASSERT_EQ(zebsRLEGetInUseTable_8u(expected.data(), state), zebOk);
+    ASSERT_EQ(zebsRLEGetInUseTable_8u(memory + shift, state), zebOk);
+    EXPECT_EQ(Bytes(memory + shift, memory + shift + 256), expected) << shift;
+  }
+}
+
 TEST(EncodeBzip2Runs, FlushWritesTheCountOfAnOpenRunOnce) {
   const Record record;
   Bytes out;
