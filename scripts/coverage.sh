@@ -31,7 +31,8 @@ import sys
 # The tiers whose kernels this machine cannot run, by the flags that their names begin with.
 with open('/proc/cpuinfo') as cpuinfo:
     flags = cpuinfo.read()
-lacking = [tier for tier, flag in (('SSE42', ' sse4_2'), ('AVX2', ' avx2'), ('AVX512', ' avx512bw'))
+lacking = [tier for tier, flag in (('SSE42', ' sse4_2'), ('AVX2', ' avx2'),
+                                   ('VPCLMUL', ' vpclmulqdq'), ('AVX512', ' avx512bw'))
            if flag not in flags]
 
 
