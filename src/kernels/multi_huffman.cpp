@@ -117,9 +117,11 @@ ZEBDC_ALWAYS_INLINE void decodeGroups(const HuffmanPairs* pairs,
     bits <<= length;
     count -= static_cast<int>(length);
   };
-  // Where the look-up holds no symbol. False in front of what ends the loop.
+  // Where the look-up holds no symbol. False in front of what ends the loop. The only short code
+  // that the look-up does not hold is that of the end of the block.
   const auto decodeLong = [&](const HuffmanLongCodes& codes) {
     const uint32_t pattern = static_cast<uint32_t>(bits >> (64 - huffmanLongestRead));
+    if (pattern < codes.limits[0]) return false;
     const HuffmanSymbol found = findLongCode(codes, pattern);
     if (found.symbol < 0 || found.symbol == input.endOfBlock) return false;
     *dst++ = static_cast<uint16_t>(found.symbol);

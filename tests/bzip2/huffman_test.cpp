@@ -506,6 +506,37 @@ TEST(DecodeBzip2Huffman, MoreGroupsThanSelectorsAreAnError) {
   EXPECT_EQ(result.out, Symbols(100));
 }
 
+// An encoder may send more selectors than it uses, and the end-of-block symbol may have a code of
+// any length.
+TEST(DecodeBzip2Huffman, TheBlockMayEndInAnyGroup) {
+  Random random(6);
+  for (int length = 1; length <= 20; ++length) {
+    // A code of each length but one, which two have: symbol 20 is the end of the block.
+    Bytes lengths;
+    for (int other = 1; other <= 20; ++other) {
+      if (other != length) lengths.push_back(static_cast<uint8_t>(other));
+    }
+    lengths.push_back(20);
+    lengths.push_back(static_cast<uint8_t>(length));
+    const Context context = {21, std::vector<Bytes>(2, lengths), Bytes(700)};
+    const Decoder decoder(context.alphaSize);
+    ASSERT_EQ(decoder.unpack({}, test::packBits(test::contextBits(context))).status, zebOk);
+    for (const size_t size : {1, 49, 50, 51, 3000}) {
+      Symbols symbols(size);
+      for (uint16_t& symbol : symbols) symbol = static_cast<uint16_t>(below(random, 20));
+      symbols.back() = 20;
+      Bytes stream = test::packBits(test::codedBits(context, symbols));
+      stream.resize(stream.size() + 6000, 0x5A);
+      const auto result = decoder.decode({}, stream, 5000);
+      ASSERT_EQ(result.status, zebOk) << length;
+      symbols.pop_back();
+      ASSERT_EQ(result.out, symbols);
+      PlainHuffmanDecoder plain(context);
+      ASSERT_EQ(result, plain.decode({}, stream, 5000));
+    }
+  }
+}
+
 TEST(DecodeBzip2Huffman, OneRecordDecodesBlockAfterBlock) {
   const Stream first = streamOf(5000, 60, 1);
   const Stream second = streamOf(20000, 60, 2);
