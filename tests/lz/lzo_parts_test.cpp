@@ -70,6 +70,23 @@ TEST(LzoParts, FewerBytesThanParts) {
   test::expectLzoDecodesTo(encodedInParts(source, 32), source);
 }
 
+TEST(LzoParts, EmptySourceGivesEmptyOutput) {
+  const test::LzoRecord record;
+  record.state()->method = zebLZOMethod1X1Parts;
+  record.state()->partCount = 4;
+  uint8_t byte = 7;
+  uint32_t length = 9;
+  EXPECT_EQ(zebsEncodeLZO_8u(&byte, 0, &byte, &length, record.state()), zebOk);
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(byte, 7);
+}
+
+TEST(LzoParts, InitNeverStoresTheMethod) {
+  for (const ZebLZOMethod method : {zebLZOMethod1X1, zebLZOMethod1X1Parts}) {
+    EXPECT_EQ(test::LzoRecord(method).state()->method, 0u);
+  }
+}
+
 // The stream of one part must begin with its own size to be recognized. Here it does: 22 stands for
 // five literals, of which the first three are zeros; a match, ten literals and the end follow.
 TEST(LzoParts, OnePartDecodesWhereItIsRecognized) {

@@ -74,6 +74,9 @@ TEST(LzoInit, ChecksTheRecordBeforeTheMethod) {
   for (const ZebLZOMethod method : {-1, 2, INT32_MIN, INT32_MAX}) {
     EXPECT_EQ(zebsEncodeLZOInit_8u(method, 0, record.state()), zebErrBadArg);
   }
+  // The record is as it was.
+  const Bytes source = test::textLike(500, 1);
+  EXPECT_EQ(lzoEncoded(record, source), lzoEncoded(source));
 }
 
 TEST(LzoInit, PartsMethodWritesPlainStreamsToo) {
@@ -334,11 +337,14 @@ TEST(Lzo, RoundTripsAtAllSizesUpTo70000) {
     ASSERT_EQ(
         zebsEncodeLZO_8u(src, static_cast<uint32_t>(size), stream, &streamLen, record.state()),
         zebOk);
-    uint8_t* const dst = room.end() - size;
-    uint32_t dstLen = static_cast<uint32_t>(size);
-    ASSERT_EQ(zebsDecodeLZOSafe_8u(stream, streamLen, dst, &dstLen), zebOk);
-    ASSERT_EQ(dstLen, size);
-    ASSERT_EQ(memcmp(src, dst, size), 0) << size;
+    for (const auto decode : {zebsDecodeLZO_8u, zebsDecodeLZOSafe_8u}) {
+      uint8_t* const dst = room.end() - size;
+      memset(dst, 0xCD, size);
+      uint32_t dstLen = static_cast<uint32_t>(size);
+      ASSERT_EQ(decode(stream, streamLen, dst, &dstLen), zebOk);
+      ASSERT_EQ(dstLen, size);
+      ASSERT_EQ(memcmp(src, dst, size), 0) << size;
+    }
   }
 }
 

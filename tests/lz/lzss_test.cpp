@@ -9,6 +9,7 @@
 #include <deque>
 #include <span>
 
+#include "lz/lzss_helpers.h"
 #include "lz/plain_lzss.h"
 #include "support/data.h"
 #include "support/guarded_buffer.h"
@@ -18,9 +19,15 @@ namespace {
 
 using test::below;
 using test::Bytes;
+using test::callLzss;
+using test::flushLzss;
 using test::GuardedBuffer;
+using test::lzssWorstCase;
 using test::Random;
 using test::randomBytes;
+using FlushResult = test::LzssFlushResult;
+using Record = test::LzssRecord;
+using Result = test::LzssResult;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr int mutationRounds = 20'000;
@@ -28,85 +35,22 @@ constexpr int mutationRounds = 20'000;
 constexpr int mutationRounds = 60'000;
 #endif
 
-size_t recordSize() {
-  int size = 0;
-  EXPECT_EQ(zebsLZSSGetSize_8u(&size), zebOk);
-  return static_cast<size_t>(size);
-}
-
-// A record in memory of the caller, which holds garbage before Init.
-class Record {
- public:
-  explicit Record(ZebStatus (*init)(ZebLZSSState_8u*)) : memory_(recordSize()) {
-    memset(memory_.data(), 0x5A, memory_.size());
-    EXPECT_EQ(init(state()), zebOk);
-  }
-  ZebLZSSState_8u* state() const { return memory_.as<ZebLZSSState_8u>(); }
-
- private:
-  GuardedBuffer memory_;
-};
-
-struct Result {
-  ZebStatus status;
-  size_t consumed;
-  Bytes out;
-
-  bool operator==(const Result&) const = default;
-};
-
-using Coder = decltype(&zebsEncodeLZSS_8u);
-
-// One call, source and room ending at inaccessible pages.
-Result call(Coder coder, const Record& record, std::span<const uint8_t> source, size_t room) {
-  const GuardedBuffer src(source);
-  const GuardedBuffer dst(room);
-  const uint8_t* pSrc = src.data();
-  uint8_t* pDst = dst.data();
-  int srcLen = static_cast<int>(source.size());
-  int dstLen = static_cast<int>(room);
-  const ZebStatus status = coder(&pSrc, &srcLen, &pDst, &dstLen, record.state());
-  EXPECT_EQ(pSrc + srcLen, src.end());
-  EXPECT_EQ(pDst + dstLen, dst.end());
-  return {status, static_cast<size_t>(pSrc - src.data()), Bytes(dst.data(), pDst)};
-}
-
-struct FlushResult {
-  ZebStatus status;
-  Bytes out;
-
-  bool operator==(const FlushResult&) const = default;
-};
-
-FlushResult flush(const Record& record, size_t room) {
-  const GuardedBuffer dst(room);
-  uint8_t* pDst = dst.data();
-  int dstLen = static_cast<int>(room);
-  const ZebStatus status = zebsEncodeLZSSFlush_8u(&pDst, &dstLen, record.state());
-  EXPECT_EQ(pDst + dstLen, dst.end());
-  return {status, Bytes(dst.data(), pDst)};
-}
-
-size_t worstCase(size_t size) {
-  return size + size / 8 + 8;
-}
-
 void append(Bytes& to, const Bytes& more) {
   to.insert(to.end(), more.begin(), more.end());
 }
 
 Bytes encoded(const Bytes& source) {
   const Record record(zebsEncodeLZSSInit_8u);
-  Result result = call(zebsEncodeLZSS_8u, record, source, worstCase(source.size()));
+  Result result = callLzss(zebsEncodeLZSS_8u, record, source, lzssWorstCase(source.size()));
   EXPECT_EQ(result.status, zebOk);
   EXPECT_EQ(result.consumed, source.size());
-  append(result.out, flush(record, 4).out);
+  append(result.out, flushLzss(record, 4).out);
   return result.out;
 }
 
 Bytes decoded(const Bytes& stream, size_t room) {
   const Record record(zebsDecodeLZSSInit_8u);
-  return call(zebsDecodeLZSS_8u, record, stream, room).out;
+  return callLzss(zebsDecodeLZSS_8u, record, stream, room).out;
 }
 
 // ---- Records and arguments
@@ -131,7 +75,7 @@ TEST(Lzss, AllocatedRecordsServe) {
   ASSERT_EQ(zebsEncodeLZSSInitAlloc_8u(&encoder), zebOk);
   ASSERT_EQ(zebsDecodeLZSSInitAlloc_8u(&decoder), zebOk);
   const Bytes source = test::textLike(1000, 1);
-  Bytes code(worstCase(source.size()));
+  Bytes code(lzssWorstCase(source.size()));
   const uint8_t* pSrc = source.data();
   uint8_t* pDst = code.data();
   int srcLen = static_cast<int>(source.size());
@@ -206,15 +150,15 @@ TEST(Lzss, FlushChecksPointersBeforeLengths) {
 TEST(EncodeLzss, NoRoomComesBeforeNoSource) {
   const Record record(zebsEncodeLZSSInit_8u);
   const Bytes some = {1, 2, 3};
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, some, 0), (Result{zebWarnDstFull, 0, {}}));
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, {}, 0), (Result{zebWarnDstFull, 0, {}}));
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, {}, 5), (Result{zebOk, 0, {}}));
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, some, 0), (Result{zebWarnDstFull, 0, {}}));
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, {}, 0), (Result{zebWarnDstFull, 0, {}}));
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, {}, 5), (Result{zebOk, 0, {}}));
 }
 
 TEST(DecodeLzss, TakesAnEmptySourceButNoEmptyRoom) {
   const Record record(zebsDecodeLZSSInit_8u);
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, {}, 5), (Result{zebOk, 0, {}}));
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, {}, 0), (Result{zebErrSize, 0, {}}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, {}, 5), (Result{zebOk, 0, {}}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, {}, 0), (Result{zebErrSize, 0, {}}));
 }
 
 // ---- What the encoder writes
@@ -267,10 +211,10 @@ TEST(EncodeLzss, DistancesReach32767AndNoFarther) {
 TEST(EncodeLzss, MatchesReachIntoTheBytesOfEarlierCalls) {
   const Record record(zebsEncodeLZSSInit_8u);
   const Bytes block = randomBytes(2000, 1);
-  Bytes stream = call(zebsEncodeLZSS_8u, record, block, 4000).out;
+  Bytes stream = callLzss(zebsEncodeLZSS_8u, record, block, 4000).out;
   const size_t first = stream.size();
-  append(stream, call(zebsEncodeLZSS_8u, record, block, 4000).out);
-  append(stream, flush(record, 4).out);
+  append(stream, callLzss(zebsEncodeLZSS_8u, record, block, 4000).out);
+  append(stream, flushLzss(record, 4).out);
   EXPECT_LT(stream.size() - first, 50u);
   Bytes twice = block;
   append(twice, block);
@@ -374,14 +318,14 @@ TEST(EncodeLzss, PiecesGiveThePlainStreamCallByCall) {
       const auto piece =
           std::span(source).subspan(at, std::min(anyPiece(random), source.size() - at));
       const size_t room = below(random, 8) == 0 ? below(random, 4) : anyPiece(random);
-      const Result result = call(zebsEncodeLZSS_8u, record, piece, room);
+      const Result result = callLzss(zebsEncodeLZSS_8u, record, piece, room);
       ASSERT_EQ(result, plain.encode(piece, room));
       at += result.consumed;
       append(stream, result.out);
     }
     for (;;) {
       const size_t room = 1 + below(random, 3);
-      const FlushResult result = flush(record, room);
+      const FlushResult result = flushLzss(record, room);
       ASSERT_EQ(result, plain.flush(room));
       append(stream, result.out);
       if (result.status == zebOk) break;
@@ -395,11 +339,11 @@ TEST(EncodeLzss, ByteByByte) {
   const Record record(zebsEncodeLZSSInit_8u);
   Bytes stream;
   for (size_t at = 0; at < source.size();) {
-    const Result result = call(zebsEncodeLZSS_8u, record, std::span(source).subspan(at, 1), 1);
+    const Result result = callLzss(zebsEncodeLZSS_8u, record, std::span(source).subspan(at, 1), 1);
     at += result.consumed;
     append(stream, result.out);
   }
-  append(stream, flush(record, 4).out);
+  append(stream, flushLzss(record, 4).out);
   // Nothing but literals: each call's last two bytes are.
   EXPECT_EQ(stream.size(), (9 * source.size() + 7) / 8);
   EXPECT_EQ(decoded(stream, source.size()), source);
@@ -408,33 +352,33 @@ TEST(EncodeLzss, ByteByByte) {
 TEST(EncodeLzss, WarningKeepsBitsForTheNextCall) {
   const Record record(zebsEncodeLZSSInit_8u);
   const Bytes source = {0xAA, 0xBB, 0xCC};
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, source, 1), (Result{zebWarnDstFull, 1, {0xD5}}));
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, source, 1), (Result{zebWarnDstFull, 1, {0xD5}}));
   // One bit is pending; another literal has 9.
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, std::span(source).subspan(1), 1),
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, std::span(source).subspan(1), 1),
             (Result{zebWarnDstFull, 1, {0x6E}}));
-  EXPECT_EQ(flush(record, 1), (FlushResult{zebWarnDstFull, {0xC0}}));
-  EXPECT_EQ(flush(record, 1), (FlushResult{zebOk, {}}));
+  EXPECT_EQ(flushLzss(record, 1), (FlushResult{zebWarnDstFull, {0xC0}}));
+  EXPECT_EQ(flushLzss(record, 1), (FlushResult{zebOk, {}}));
 }
 
 TEST(EncodeLzss, WholePendingBytesGoOutBeforeANewToken) {
   const Record record(zebsEncodeLZSSInit_8u);
   const Bytes source(300, 'a');
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, source, 2).consumed, 1u + 258u);
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, source, 2).consumed, 1u + 258u);
   // The match has 24 bits, of which 7 went out: 17 are pending.
   const auto rest = std::span(source).subspan(259);
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, {}, 1), (Result{zebOk, 0, {}}));
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
-  EXPECT_EQ(call(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
-  EXPECT_GT(call(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, {}, 1), (Result{zebOk, 0, {}}));
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
+  EXPECT_EQ(callLzss(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
+  EXPECT_GT(callLzss(zebsEncodeLZSS_8u, record, rest, 1).consumed, 0u);
 }
 
 TEST(EncodeLzss, SecondFlushWritesTheSameBitsAgain) {
   const Record record(zebsEncodeLZSSInit_8u);
-  call(zebsEncodeLZSS_8u, record, Bytes{0xAA}, 5);
-  EXPECT_EQ(flush(record, 2), (FlushResult{zebOk, {0x00}}));
-  EXPECT_EQ(flush(record, 2), (FlushResult{zebOk, {0x00}}));
-  EXPECT_EQ(flush(record, 1), (FlushResult{zebWarnDstFull, {0x00}}));
-  EXPECT_EQ(flush(record, 1), (FlushResult{zebOk, {}}));
+  callLzss(zebsEncodeLZSS_8u, record, Bytes{0xAA}, 5);
+  EXPECT_EQ(flushLzss(record, 2), (FlushResult{zebOk, {0x00}}));
+  EXPECT_EQ(flushLzss(record, 2), (FlushResult{zebOk, {0x00}}));
+  EXPECT_EQ(flushLzss(record, 1), (FlushResult{zebWarnDstFull, {0x00}}));
+  EXPECT_EQ(flushLzss(record, 1), (FlushResult{zebOk, {}}));
 }
 
 TEST(EncodeLzss, InitBeginsANewStream) {
@@ -443,8 +387,8 @@ TEST(EncodeLzss, InitBeginsANewStream) {
   Bytes first;
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(zebsEncodeLZSSInit_8u(record.state()), zebOk);
-    Bytes stream = call(zebsEncodeLZSS_8u, record, source, worstCase(source.size())).out;
-    append(stream, flush(record, 4).out);
+    Bytes stream = callLzss(zebsEncodeLZSS_8u, record, source, lzssWorstCase(source.size())).out;
+    append(stream, flushLzss(record, 4).out);
     if (round == 0) first = stream;
     EXPECT_EQ(stream, first);
   }
@@ -474,36 +418,11 @@ size_t nextSize(size_t size) {
   return size + 67;
 }
 
-// What a size decides happens near both ends of a source. Between them the data is quick to code.
+// Release builds run all sizes too, as tests of their own.
 TEST(Lzss, RoundTripsAtSizesUpTo70000) {
-  constexpr size_t largest = 70'000;
-  constexpr size_t variedEnd = 300;
-  GuardedBuffer source(largest);
-  for (size_t i = 0; i < largest; ++i) source[i] = static_cast<uint8_t>(i / 1000);
-  const Bytes end = manyKinds(variedEnd, 12);
-  std::copy(end.begin(), end.end(), source.end() - variedEnd);
-
-  const Record encoder(zebsEncodeLZSSInit_8u);
-  const Record decoder(zebsDecodeLZSSInit_8u);
-  const GuardedBuffer code(worstCase(largest));
-  const GuardedBuffer room(largest);
-  for (size_t size = 1; size <= largest; size = nextSize(size)) {
-    const uint8_t* pSrc = source.end() - size;
-    uint8_t* const stream = code.end() - worstCase(size);
-    uint8_t* pDst = stream;
-    int srcLen = static_cast<int>(size);
-    int dstLen = static_cast<int>(worstCase(size));
-    ASSERT_EQ(zebsEncodeLZSSInit_8u(encoder.state()), zebOk);
-    ASSERT_EQ(zebsEncodeLZSS_8u(&pSrc, &srcLen, &pDst, &dstLen, encoder.state()), zebOk);
-    ASSERT_EQ(zebsEncodeLZSSFlush_8u(&pDst, &dstLen, encoder.state()), zebOk);
-
-    pSrc = stream;
-    srcLen = static_cast<int>(pDst - stream);
-    pDst = room.end() - size;
-    dstLen = static_cast<int>(size);
-    ASSERT_EQ(zebsDecodeLZSSInit_8u(decoder.state()), zebOk);
-    ASSERT_EQ(zebsDecodeLZSS_8u(&pSrc, &srcLen, &pDst, &dstLen, decoder.state()), zebWarnDstFull);
-    ASSERT_EQ(memcmp(source.end() - size, room.end() - size, size), 0) << size;
+  const test::LzssSizes sizes(manyKinds(300, 12));
+  for (size_t size = 1; size <= test::LzssSizes::largest; size = nextSize(size)) {
+    ASSERT_NO_FATAL_FAILURE(sizes.roundTrip(size)) << size;
   }
 }
 
@@ -519,26 +438,30 @@ TEST(DecodeLzss, StatusTellsWhatRanOut) {
   const Bytes stream = encoded(source);
   {
     const Record record(zebsDecodeLZSSInit_8u);
-    EXPECT_EQ(call(zebsDecodeLZSS_8u, record, stream, 15),
+    EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, stream, 15),
               (Result{zebWarnDstFull, stream.size(), source}));
   }
   const Record record(zebsDecodeLZSSInit_8u);
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, stream, 16), (Result{zebOk, stream.size(), source}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, stream, 16),
+            (Result{zebOk, stream.size(), source}));
 }
 
 TEST(DecodeLzss, CutMatchGoesOnInTheNextCalls) {
   const Bytes source(100, 'a');
   const Bytes stream = encoded(source);
   const Record record(zebsDecodeLZSSInit_8u);
-  Result result = call(zebsDecodeLZSS_8u, record, stream, 10);
+  Result result = callLzss(zebsDecodeLZSS_8u, record, stream, 10);
   EXPECT_EQ(result.status, zebWarnDstFull);
   EXPECT_EQ(result.out, Bytes(10, 'a'));
   size_t at = result.consumed;
   // 88 bytes are pending; they need no source.
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, {}, 50), (Result{zebWarnDstFull, 0, Bytes(50, 'a')}));
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, {}, 38), (Result{zebWarnDstFull, 0, Bytes(38, 'a')}));
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, {}, 9), (Result{zebOk, 0, {}}));
-  EXPECT_EQ(call(zebsDecodeLZSS_8u, record, std::span(stream).subspan(at), 9).out, Bytes(2, 'a'));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, {}, 50),
+            (Result{zebWarnDstFull, 0, Bytes(50, 'a')}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, {}, 38),
+            (Result{zebWarnDstFull, 0, Bytes(38, 'a')}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, {}, 9), (Result{zebOk, 0, {}}));
+  EXPECT_EQ(callLzss(zebsDecodeLZSS_8u, record, std::span(stream).subspan(at), 9).out,
+            Bytes(2, 'a'));
 }
 
 TEST(DecodeLzss, PiecesOfSourceAndRoomGiveTheWhole) {
@@ -553,7 +476,7 @@ TEST(DecodeLzss, PiecesOfSourceAndRoomGiveTheWhole) {
       const auto piece =
           std::span(stream).subspan(at, std::min(anyPiece(random) - 1, stream.size() - at));
       const size_t room = anyPiece(random);
-      const Result result = call(zebsDecodeLZSS_8u, record, piece, room);
+      const Result result = callLzss(zebsDecodeLZSS_8u, record, piece, room);
       ASSERT_EQ(result.status, result.out.size() == room ? zebWarnDstFull : zebOk);
       if (result.status == zebOk) {
         ASSERT_EQ(result.consumed, piece.size());
@@ -608,7 +531,7 @@ TEST(DecodeLzss, TruncationAtEveryByte) {
   for (size_t size = 0; size <= stream.size(); ++size) {
     const Bytes cut(stream.begin(), stream.begin() + static_cast<ptrdiff_t>(size));
     const Record record(zebsDecodeLZSSInit_8u);
-    ASSERT_EQ(call(zebsDecodeLZSS_8u, record, cut, source.size() + 300),
+    ASSERT_EQ(callLzss(zebsDecodeLZSS_8u, record, cut, source.size() + 300),
               (Result{zebOk, size, test::plainDecodeLzss(cut, SIZE_MAX)}));
   }
 }

@@ -204,6 +204,7 @@ TEST(Rle, RoundTripsAtAllSizesUpTo70000) {
     ASSERT_EQ(zebsEncodeRLE_8u(&pSrc, &srcLen, stream, &streamLen), zebOk);
     pSrc = stream;
     uint8_t* const dst = room.end() - size;
+    memset(dst, 0xCD, size);
     int dstLen = static_cast<int>(size);
     ASSERT_EQ(zebsDecodeRLE_8u(&pSrc, &streamLen, dst, &dstLen), zebOk);
     ASSERT_EQ(dstLen, static_cast<int>(size));
