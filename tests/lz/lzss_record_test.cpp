@@ -62,8 +62,8 @@ uint8_t byteAt(const ZebLZSSState_8u& state, uint32_t position) {
 
 TEST(LzssRecord, HistoryHoldsTheLatest32768Bytes) {
   const Bytes source = test::randomBytes(300'000, 1);
-  for (const size_t piece : {size_t{999}, size_t{20'000}, size_t{32'767}, size_t{32'768},
-                             size_t{100'000}}) {
+  for (const size_t piece :
+       {size_t{999}, size_t{20'000}, size_t{32'767}, size_t{32'768}, size_t{100'000}}) {
     SCOPED_TRACE(piece);
     const LzssRecord record(zebsEncodeLZSSInit_8u);
     for (size_t at = 0; at < source.size();) {

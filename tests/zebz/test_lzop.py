@@ -1,5 +1,6 @@
 """lzop files: exchange with lzop, files made by hand, damage."""
 
+import itertools
 import random
 import shutil
 import struct
@@ -18,6 +19,16 @@ MULTIPART, FILTER, HEADER_CRC = 0x400, 0x800, 0x1000
 # Five literals, a match of 8 bytes at distance 5, the end.
 CODE = b"\x16abcde" + b"\x26\x10\x00" + b"\x11\x00\x00"
 CODED = b"abcdeabcdeabc"
+
+# Behind the match here is a literal, and behind that an instruction that only the thorough
+# compressor of method 3 writes: two bytes from distance 1.
+THOROUGH_CODE = b"\x16abcde" + b"\x26\x11\x00x" + b"\x00\x00" + b"\x11\x00\x00"
+THOROUGHLY_CODED = b"abcdeabcdeabcxxx"
+NOT_SUPPORTED = "is damaged, or has code of lzop -7 to -9 that is not supported"
+
+# The checksums of a block, in the order in which they stand, and whether they need code.
+BLOCK_CHECKS = ((DATA_ADLER, False), (DATA_CRC, False), (CODE_ADLER, True), (CODE_CRC, True))
+ALL_CHECKS = HEADER_CRC | DATA_ADLER | DATA_CRC | CODE_ADLER | CODE_CRC
 
 
 def header(flags=DATA_ADLER, name=b"", method=1, version=0x1040, needed=0x0940, time=0, filter=0,
@@ -64,14 +75,25 @@ class ByHand(support.ToolTest):
                 self.assertEqual(self.filter("-d", input=coded), CODED + b"stored")
 
     def test_each_checksum_is_checked(self):
-        for flag in (DATA_ADLER, DATA_CRC, CODE_ADLER, CODE_CRC):
-            good = block(CODED, CODE, flag)
-            for at in range(8, 12):
+        for flag, needs_code in BLOCK_CHECKS:
+            first = block(b"first", flags=flag)
+            blocks = [block(CODED, CODE, flag)] + ([] if needs_code else [block(b"data", flags=flag)])
+            for good, at in itertools.product(blocks, range(8, 12)):
                 bad = good[:at] + bytes([good[at] ^ 0x20]) + good[at + 1:]
-                first = block(b"first", flags=flag)
-                result = self.run_tool("-d", input=whole(first, bad, flags=flag), status=ERROR)
-                self.assert_message(result, "zebz: stdin: ", "checksum error")
-                self.assertEqual(result.stdout, b"first")
+                with self.subTest(flag=flag, good=good, at=at):
+                    result = self.run_tool("-d", input=whole(first, bad, flags=flag), status=ERROR)
+                    self.assert_message(result, "zebz: stdin: ", "checksum error")
+                    self.assertEqual(result.stdout, b"first")
+
+    def test_each_of_several_checksums_is_checked(self):
+        flags = ALL_CHECKS
+        for good, count in ((block(CODED, CODE, flags), 4), (block(b"data", flags=flags), 2)):
+            for at in range(8, 8 + 4 * count, 4):
+                bad = good[:at] + bytes([good[at] ^ 0x20]) + good[at + 1:]
+                with self.subTest(good=good, at=at):
+                    result = self.run_tool("-d", input=whole(bad, flags=flags), status=ERROR)
+                    self.assert_message(result, "checksum error")
+                    self.assertEqual(result.stdout, b"")
 
     def test_every_header_field_is_read(self):
         for fields in ({"flags": EXTRA | DATA_ADLER, "extra": b"more\0of it"},
@@ -88,13 +110,34 @@ class ByHand(support.ToolTest):
                                 ({"flags": FILTER, "filter": 1}, "has a filter"),
                                 ({"needed": 0x1050}, "another version"),
                                 ({"version": 0x0900}, "another version"),
-                                ({"checksum": 0}, "header checksum error")):
+                                ({"checksum": 0}, "header checksum error"),
+                                ({"checksum": 0, "flags": HEADER_CRC}, "header checksum error")):
             with self.subTest(fields=fields):
                 result = self.run_tool("-d", input=whole(block(b"data"), **fields), status=ERROR)
                 self.assert_message(result, message)
-        damaged = bytearray(whole(flags=EXTRA, extra=b"extra"))
-        damaged[-6] ^= 1
-        self.assert_message(self.run_tool("-d", input=damaged, status=ERROR), "header checksum")
+        for flags in (EXTRA, EXTRA | HEADER_CRC):
+            damaged = bytearray(whole(flags=flags, extra=b"extra"))
+            damaged[-6] ^= 1
+            result = self.run_tool("-d", input=damaged, status=ERROR)
+            self.assert_message(result, "header checksum")
+
+    def test_code_of_the_thorough_levels_is_refused(self):
+        coded = whole(block(b"first"), block(THOROUGHLY_CODED, THOROUGH_CODE), method=3)
+        self.write("a.lzo", coded)
+        for action in ("-d", "-t"):
+            result = self.run_tool(action, "a.lzo", status=ERROR)
+            self.assertEqual(result.stderr.decode(), f"zebz: a.lzo: {NOT_SUPPORTED}\n")
+        self.assertEqual(self.names(), ["a.lzo"])
+        self.assertEqual(self.read("a.lzo"), coded)
+        result = self.run_tool("-dc", input=coded, status=ERROR)
+        self.assert_message(result, NOT_SUPPORTED)
+        self.assertEqual(result.stdout, b"first")
+
+        # Other methods have no such code: there the file is damaged.
+        for method in (1, 2):
+            other = whole(block(THOROUGHLY_CODED, THOROUGH_CODE), method=method)
+            result = self.run_tool("-d", input=other, status=ERROR)
+            self.assert_message(result, "format violated")
 
     def test_files_are_joined_and_rests_told(self):
         coded = whole(block(b"one")) + whole(block(b"two", flags=DATA_CRC), flags=DATA_CRC)
@@ -186,13 +229,45 @@ class Exchange(support.ToolTest):
                 coded = self.lzop(f"-{level}", input=data)
                 self.assertEqual(self.filter("-d", input=coded), data)
 
+    def expect_both_refuse(self, coded, *message):
+        self.assertNotEqual(subprocess.run(["lzop", "-t"], input=coded, capture_output=True).returncode,
+                            0, "lzop takes it")
+        self.assert_message(self.run_tool("-t", "--format=lzop", input=coded, status=ERROR), *message)
+
     def test_checksums_that_lzop_may_write(self):
-        data = mixed(600_000)
-        for arguments in (["-F"], ["--crc32"], ["--checksum"], ["--no-checksum"]):
-            peer = subprocess.run(["lzop", *arguments], input=data, capture_output=True)
-            if peer.returncode == 0:
-                with self.subTest(arguments=arguments):
-                    self.assertEqual(self.filter("-d", input=peer.stdout), data)
+        code_checks = ["-C", "-C"]
+        for arguments, flags in (([], DATA_ADLER), (["-F"], 0), (["--crc32"], HEADER_CRC | DATA_CRC),
+                                 (code_checks, DATA_ADLER | CODE_ADLER),
+                                 (["--crc32", *code_checks],
+                                  HEADER_CRC | DATA_CRC | CODE_CRC)):
+            coded = self.lzop(*arguments, input=mixed(600_000))
+            with self.subTest(arguments=arguments):
+                self.assertEqual(int.from_bytes(coded[19:21], "big") & ALL_CHECKS, flags)
+                self.assertEqual(self.filter("-d", input=coded), mixed(600_000))
+            for data, is_stored in ((text(9000), False), (random_bytes(9000), True)):
+                coded = bytearray(self.lzop(*arguments, input=data))
+                begin = 34 + coded[33] + 4
+                count = sum(1 for flag, needs_code in BLOCK_CHECKS
+                            if flags & flag and not (needs_code and is_stored))
+                for at in (begin - 1, *range(begin + 11, begin + 8 + 4 * count, 4)):
+                    with self.subTest(arguments=arguments, is_stored=is_stored, at=at - begin):
+                        coded[at] ^= 0x10
+                        self.expect_both_refuse(coded, "checksum error")
+                        coded[at] ^= 0x10
+
+    def test_damage_to_what_the_tool_writes_is_found_by_both(self):
+        data = text(BLOCK) + random_bytes(1000)
+        coded = bytearray(self.filter("--format=lzop", input=data))
+        second = len(coded) - 4 - 1000 - 12
+        self.assertEqual(coded[second:second + 8], struct.pack(">II", 1000, 1000))
+        places = [35, 37]  # the header's checksum
+        places += [38 + at for at in range(8, 12)] + [60, 10_000]  # that of a coded block; its code
+        places += [second + at for at in range(8, 12)] + [second + 12, len(coded) - 5]
+        for at in places:
+            with self.subTest(at=at):
+                coded[at] ^= 0x04
+                self.expect_both_refuse(coded, "zebz: stdin: ")
+                coded[at] ^= 0x04
 
     def test_lzop_agrees_on_files_made_by_hand(self):
         for fields in ({"flags": EXTRA | DATA_ADLER, "extra": b"more\0of it"},
@@ -204,11 +279,13 @@ class Exchange(support.ToolTest):
                 self.assertEqual(self.filter("-d", input=coded), CODED)
 
     def test_what_only_the_thorough_levels_write_is_refused(self):
-        data = text(100_000)
-        coded = self.lzop("-9", input=data)
-        result = self.run_tool("-d", input=coded, status=ERROR)
-        self.assert_message(result, "lzop -7 to -9")
-        self.assertEqual(result.stdout, b"")
+        by_hand = whole(block(THOROUGHLY_CODED, THOROUGH_CODE), method=3)
+        self.assertEqual(self.lzop("-d", input=by_hand), THOROUGHLY_CODED)
+        for level in (7, 8, 9):
+            coded = self.lzop(f"-{level}", input=text(100_000))
+            result = self.run_tool("-d", input=coded, status=ERROR)
+            self.assert_message(result, NOT_SUPPORTED)
+            self.assertEqual(result.stdout, b"")
 
 
 class Damage(support.ToolTest):

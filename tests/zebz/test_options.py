@@ -20,6 +20,7 @@ class Help(support.ToolTest):
         for option in ("-d", "-c", "-k", "-f", "-t", "-l", "-v", "-q", "-S", "-n", "-N", "-1", "-9",
                        "-T", "--format", "--dict"):
             self.assertIn(option, shown)
+        self.assertIn("lzop wrote at its levels 7 to 9 cannot be decompressed", shown)
         self.assertRegex(self.run_tool("--version").stdout.decode(), r"^zebz .*8\.2")
 
     def test_wrong_usage_is_an_error(self):

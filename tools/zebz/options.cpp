@@ -20,6 +20,10 @@ constexpr const char* description =
     "Compresses FILEs, or with -d decompresses them: FILE becomes FILE.gz and back.\n"
     "Without FILE, or where FILE is -, works from standard input to standard output.";
 
+constexpr const char* footer =
+    "Ends with 0 when all went well, 2 when there were warnings, 1 after an error.\n"
+    "Files that lzop wrote at its levels 7 to 9 cannot be decompressed.";
+
 std::string versionLine() {
   return std::string("zebz ") + zebdcGetLibVersion()->versionText;
 }
@@ -138,6 +142,7 @@ Options parseOptions(std::vector<std::string> arguments) {
   std::string dictionaryName;
   std::string methodName;
   CLI::App app(description, "zebz");
+  app.footer(footer);
   app.option_defaults()->always_capture_default(false);
   app.set_help_flag("-h,--help", "print this help");
   app.set_version_flag("-V,--version", versionLine(), "print the version");
