@@ -67,7 +67,7 @@ Bytes repeatedRest(Input& input) {
   const size_t longestRun = 1 + input.takeBelow(input.takeBelow(2) == 0 ? 3 : 600);
   const auto seed = input.rest();
   Bytes bytes;
-  constexpr size_t limit = 60000;
+  constexpr size_t limit = 20000;
   for (size_t i = 0; i < repetitions && bytes.size() < limit; ++i) {
     for (const uint8_t byte : seed) {
       if (bytes.size() >= limit) break;
@@ -452,7 +452,7 @@ DecodedSymbols decodedSymbols(const Bytes& source, int alphaSize, Sizes sizes) {
 }
 
 void checkHuffman(Input& input) {
-  const Sizes sizes(input.takeWord(), 1 + input.takeBelow(3000));
+  const Sizes sizes(input.takeWord(), 1 + input.takeBelow(input.takeBelow(2) == 0 ? 300 : 20000));
   const int alphaSize = static_cast<int>(3 + input.takeBelow(256));
   const size_t damages = input.takeBelow(3);
   Input settings = input;
@@ -478,6 +478,92 @@ void checkHostileHuffman(Input& input) {
   const auto rest = input.rest();
   const Bytes source(rest.begin(), rest.end());
   sameFromEveryTier([&] { return decodedSymbols(source, alphaSize, sizes); });
+}
+
+// Complete and incomplete codes of all lengths, shortest ones wherever the input wants them.
+zebdc::test::Context hostileContext(Input& input) {
+  constexpr int longest = 20;
+  zebdc::test::Context context;
+  const size_t alphaSize = 1 + input.takeBelow(258);
+  context.alphaSize = intOf(alphaSize);
+  const size_t tables = 2 + input.takeBelow(5);
+  for (size_t t = 0; t < tables; ++t) {
+    Bytes& lengths = context.lengths.emplace_back(alphaSize);
+    uint32_t left = 1u << longest;  // of the code space
+    const size_t first = input.takeBelow(alphaSize);
+    for (size_t i = 0; i < alphaSize; ++i) {
+      int length = 1 + input.takeByte() % longest;
+      while (left < (1u << (longest - length)) + (alphaSize - 1 - i)) ++length;
+      left -= 1u << (longest - length);
+      lengths[(first + i) % alphaSize] = static_cast<uint8_t>(length);
+    }
+  }
+  context.selectors.resize(1 + input.takeBelow(120));
+  zebdc::test::Random random(input.takeWord());
+  for (uint8_t& selector : context.selectors) {
+    selector = static_cast<uint8_t>(zebdc::test::below(random, tables));
+  }
+  return context;
+}
+
+using HuffResult = zebdc::test::PlainHuffmanDecoder::Result;
+
+// The results of decode(accumulator, piece, room), call by call until nothing more can come.
+template <class Decode>
+std::vector<HuffResult> decodedInPieces(const Bytes& source, Sizes sizes, Decode decode) {
+  std::vector<HuffResult> results;
+  Accumulator bits;
+  size_t at = 0;
+  for (;;) {
+    const size_t piece = std::min(sizes.next(), source.size() - at);
+    results.push_back(decode(bits, std::span(source).subspan(at, piece), sizes.next()));
+    const HuffResult& result = results.back();
+    bits = result.accumulator;
+    at += result.consumed;
+    if (result.status <= 0) return results;
+    if (result.status == zebWarnSrcExhausted && at == source.size()) return results;
+  }
+}
+
+HuffResult decodedPiece(ZebDecodeHuffState_BZ2* decoder, Accumulator bits,
+                        std::span<const uint8_t> piece, size_t room) {
+  const auto src = exactCopy(piece);
+  const auto dst = exact<uint16_t>(room);
+  const uint8_t* pSrc = src.get();
+  int srcLen = intOf(piece.size());
+  int dstLen = intOf(room);
+  const ZebStatus status = zebsDecodeHuff_BZ2_8u16u(&bits.code, &bits.count, &pSrc, &srcLen,
+                                                    dst.get(), &dstLen, decoder);
+  FUZZ_CHECK(pSrc + srcLen == src.get() + piece.size());
+  return {status, static_cast<size_t>(pSrc - src.get()), Symbols(dst.get(), dst.get() + dstLen),
+          bits};
+}
+
+void checkHostileTables(Input& input) {
+  const Sizes sizes(input.takeWord(), 1 + input.takeBelow(input.takeBelow(2) == 0 ? 300 : 20000));
+  const zebdc::test::Context context = hostileContext(input);
+  const Bytes packed = zebdc::test::packBits(zebdc::test::contextBits(context));
+  const Bytes source = repeatedRest(input);
+  zebdc::test::PlainHuffmanDecoder plain(context);
+  const auto expected =
+      decodedInPieces(source, sizes, [&](Accumulator bits, const auto& piece, size_t room) {
+        return plain.decode(bits, piece, room);
+      });
+  withEveryTier([&] {
+    ZebDecodeHuffState_BZ2* made = nullptr;
+    FUZZ_CHECK(zebsDecodeHuffInitAlloc_BZ2_8u16u(intOf(50 * context.selectors.size()),
+                                                 context.alphaSize, &made) == zebOk);
+    const HuffDecoder decoder(made);
+    Accumulator none;
+    const uint8_t* pSrc = packed.data();
+    int srcLen = intOf(packed.size());
+    FUZZ_CHECK(zebsUnpackHuffContext_BZ2_8u16u(&none.code, &none.count, &pSrc, &srcLen,
+                                               decoder.get()) == zebOk);
+    FUZZ_CHECK(
+        decodedInPieces(source, sizes, [&](Accumulator bits, const auto& piece, size_t room) {
+          return decodedPiece(decoder.get(), bits, piece, room);
+        }) == expected);
+  });
 }
 
 // ---- Whole blocks and streams
@@ -546,9 +632,9 @@ void checkStream(Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  constexpr void (*checks[])(Input&) = {checkRunLength, checkMoveToFront, checkTransform,
-                                        checkZeroRuns,  checkHuffman,     checkHostileHuffman,
-                                        checkBlock,     checkStream};
+  constexpr void (*checks[])(Input&) = {checkRunLength,     checkMoveToFront, checkTransform,
+                                        checkZeroRuns,      checkHuffman,     checkHostileHuffman,
+                                        checkHostileTables, checkBlock,       checkStream};
   checks[input.takeBelow(std::size(checks))](input);
   return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "huffman/code.h"
 
+#include <stddef.h>
 #include <string.h>
 
 #include "frame/frequency_sort.h"
@@ -97,6 +98,13 @@ void assignCodes(ZebHuffState_8u& state, const LengthGroups& groups, StartOfLeng
   }
 }
 
+// A table in the record, based so that lengths from 1 on index it. The base, one entry before it,
+// lies inside the record.
+uint32_t* numberedFromOne(ZebHuffState_8u& state, size_t offset) {
+  uint8_t* const record = reinterpret_cast<uint8_t*>(&state);
+  return reinterpret_cast<uint32_t*>(record + offset) - 1;
+}
+
 // Finds the longest and the shortest length. False where the table is unusable.
 bool measureLengths(ZebHuffState_8u& state) {
   uint32_t longest = 0;
@@ -147,8 +155,8 @@ ZebStatus buildFromLengths(const int* lengths, ZebHuffState_8u& state) {
   memset(state.code, 0, sizeof state.code);
   if (!measureLengths(state)) return zebErrCodeLenTable;
 
-  state.limitTable = state.limitArea - 1;
-  state.cumCount = state.countArea - 1;
+  state.limitTable = numberedFromOne(state, offsetof(ZebHuffState_8u, limitArea));
+  state.cumCount = numberedFromOne(state, offsetof(ZebHuffState_8u, countArea));
   uint8_t* next = state.decodeSymbols;
   const LengthGroups groups(state.codeLen);
   assignCodes(
