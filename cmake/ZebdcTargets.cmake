@@ -20,11 +20,12 @@ target_compile_options(zebdc_library_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
-# Keeps a shared library free of the C++ run-time library: the C driver links it.
+# Keeps a shared library free of the C++ run-time library: the C driver links it, and what CMake
+# names for the language all the same is left out because nothing of it is used.
 function(zebdc_link_without_cxx_runtime target)
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
   if(NOT WIN32)
-    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now -Wl,--gc-sections)
+    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--as-needed)
     # Clang leaves the sanitizers' functions to the program.
     if(NOT ZEBDC_SANITIZE OR NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
       target_link_options(${target} PRIVATE -Wl,-z,defs)

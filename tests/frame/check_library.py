@@ -3,26 +3,30 @@
 - It needs the C library and the core library and nothing else, the C++ run time least of all.
 - It imports the three functions of the core library and a few string functions of the C library:
   nothing that allocates, locks, prints or ends the program.
+- Of its functions only the ...InitAlloc exports reach the allocating function, only the ...Free exports
+  the releasing one, and none the function that is asked at load.
 - Its only writable variables are the two choices made at load. Everything else is constant, or made
   read-only by the loader before any code runs.
-- Loading it means relative relocations and the imports, one constructor, no patched code, no
-  resolver functions, no thread-local storage, no executable stack.
+- Loading it means relative relocations and the addresses of the imports, one constructor, no patched
+  code, no resolver functions, no thread-local storage, no executable stack. Nothing of its own is
+  looked up by name, so that no other library can take its place.
 """
 
+import collections
 import re
 import subprocess
 import sys
 
 NEEDED = {"libc.so.6", "libzebcore-8.2.so"}
 CORE_FUNCTIONS = {"zebGetEnabledCpuFeatures", "zebMalloc", "zebFree"}
-STRING_FUNCTIONS = {"memcpy", "memmove", "memset", "memcmp", "memchr"}
+STRING_FUNCTIONS = {"memcpy", "memmove", "memset", "memcmp", "memchr", "bcmp"}
 # Weak references of the compiler's start files; they resolve to nothing or to harmless clean-up.
 START_FILES = {"__cxa_finalize", "__gmon_start__", "_ITM_deregisterTMCloneTable",
                "_ITM_registerTMCloneTable"}
 LOAD_TIME_CHOICES = {"zebdcVariantIndex", "zebdc::kernels::activeTier"}
 # Of the start files: the flag of their destructor and the library's own handle.
 START_FILE_VARIABLES = {"completed.0", "__dso_handle", "__TMC_END__"}
-RELOCATIONS = {"R_X86_64_RELATIVE", "R_X86_64_GLOB_DAT", "R_X86_64_JUMP_SLOT", "R_X86_64_64"}
+RELOCATIONS = {"R_X86_64_RELATIVE", "R_X86_64_GLOB_DAT", "R_X86_64_JUMP_SLOT"}
 # frame_dummy of the start files and the library's load hook.
 CONSTRUCTORS = 2
 
@@ -48,16 +52,59 @@ def check_dynamic_section(library):
     check("NOW" in text, "binds its imports late")
 
 
-def check_imports(library):
-    imported = set()
+def dynamic_symbols(library):
+    """The names that the library imports, and those that it exports."""
+    imported, exported = set(), set()
     for line in readelf(library, "--dyn-syms").splitlines():
         fields = line.split()
-        if len(fields) >= 8 and fields[6] == "UND":
-            imported.add(fields[7].split("@")[0])
+        if len(fields) >= 8 and fields[0][:-1].isdigit():
+            (imported if fields[6] == "UND" else exported).add(fields[7].split("@")[0])
+    return imported, exported
+
+
+def check_imports(imported):
     allowed = CORE_FUNCTIONS | STRING_FUNCTIONS | START_FILES
     check(imported <= allowed, f"imports {sorted(imported - allowed)}")
     check(CORE_FUNCTIONS <= imported,
           f"has its own {sorted(CORE_FUNCTIONS - imported)} instead of the core library's")
+
+
+def callers(library):
+    """Function -> the functions that call it or jump to it."""
+    found = collections.defaultdict(set)
+    text = subprocess.run(["objdump", "-d", "--no-show-raw-insn", library],
+                          check=True, capture_output=True, text=True).stdout
+    pattern = r"^[0-9a-f]+ <([^>]+)>:$|\s(?:call|j\w+)\s+[0-9a-f]+ <([^>+]+)"
+    function = None
+    for begin, target in re.findall(pattern, text, re.M):
+        if begin:
+            function = begin
+        else:
+            found[target].add(function)
+    return found
+
+
+def entries_that_reach(target, calls):
+    """The exports whose entries lead to a function by any chain of direct calls."""
+    reached = {target}
+    new = [target]
+    while new:
+        more = calls[new.pop()] - reached
+        reached |= more
+        new += more
+    return {match[1] for match in (re.match(r"zebdcEntry_(\w+)", name) for name in reached) if match}
+
+
+def check_use_of_core_library(library, exported):
+    calls = callers(library)
+    allowed = {"zebMalloc": {name for name in exported if "InitAlloc" in name},
+               "zebFree": {name for name in exported if re.search(r"Free(_|$)", name)},
+               "zebGetEnabledCpuFeatures": set()}
+    for function, wanted in allowed.items():
+        check(calls[function + "@plt"], f"seems never to call {function}")
+        found = entries_that_reach(function + "@plt", calls)
+        check(found == wanted, f"calls {function} in {sorted(found - wanted)}"
+                               f" and not in {sorted(wanted - found)}")
 
 
 def sections(library):
@@ -95,11 +142,14 @@ def check_variables(library, all_sections):
     check(total <= 32, f"has {total} bytes of writable data")
 
 
-def check_relocations(library):
-    kinds = set(re.findall(r"\s(R_X86_64_\w+)\s", readelf(library, "-r")))
+def check_relocations(library, imported):
+    table = readelf(library, "-r")
+    kinds = set(re.findall(r"\s(R_X86_64_\w+)\s", table))
     kinds = {"R_X86_64_JUMP_SLOT" if kind.startswith("R_X86_64_JUMP_SLO") else kind
              for kind in kinds}
     check(kinds <= RELOCATIONS, f"has relocations of the kinds {sorted(kinds - RELOCATIONS)}")
+    named = set(re.findall(r"R_X86_64_\w+ +[0-9a-f]+ +(\w+)", table))
+    check(named <= imported, f"looks up {sorted(named - imported)} by name")
 
 
 def check_segments(library):
@@ -113,9 +163,11 @@ def main():
     library = sys.argv[1]
     all_sections = sections(library)
     check_dynamic_section(library)
-    check_imports(library)
+    imported, exported = dynamic_symbols(library)
+    check_imports(imported)
+    check_use_of_core_library(library, exported)
     check_variables(library, all_sections)
-    check_relocations(library)
+    check_relocations(library, imported)
     check_segments(library)
     constructors = sum(size for name, size, _ in all_sections.values() if name == ".init_array")
     check(constructors == 8 * CONSTRUCTORS, f"has {constructors // 8} constructors")
