@@ -1,8 +1,10 @@
 #include "support/guarded_buffer.h"
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <array>
 #include <unordered_map>
 #include <vector>
 
@@ -17,6 +19,14 @@ namespace zebdc::test {
 namespace {
 
 constexpr size_t pageSize = 4096;
+constexpr uint8_t guardByte = 0xA9;
+
+// There are always fewer than these.
+constexpr auto intactGuardBytes = [] {
+  std::array<uint8_t, pageSize> bytes{};
+  bytes.fill(guardByte);
+  return bytes;
+}();
 
 // Inaccessible memory of the given size, a multiple of the page size.
 void* reserve(size_t size) {
@@ -69,6 +79,8 @@ GuardedBuffer::GuardedBuffer(size_t size, Edge edge)
   data_ = edge == Edge::begin ? first_ : first_ + inner_ - size;
   // Nothing of an earlier buffer may look like a result.
   memset(data_, 0xCD, size);
+  const std::span<uint8_t> guard = guardBytes();
+  memcpy(guard.data(), intactGuardBytes.data(), guard.size());
 }
 
 GuardedBuffer::GuardedBuffer(std::span<const uint8_t> content, Edge edge)
@@ -77,7 +89,17 @@ GuardedBuffer::GuardedBuffer(std::span<const uint8_t> content, Edge edge)
 }
 
 GuardedBuffer::~GuardedBuffer() {
+  const std::span<uint8_t> guard = guardBytes();
+  if (memcmp(guard.data(), intactGuardBytes.data(), guard.size()) != 0) {
+    ADD_FAILURE() << (data_ == first_ ? "behind" : "in front of") << " a buffer of " << size_
+                  << " bytes something was written";
+  }
   spareAreas()[inner_].push_back(first_);
+}
+
+std::span<uint8_t> GuardedBuffer::guardBytes() const {
+  const size_t count = inner_ - size_;
+  return {data_ == first_ ? data_ + size_ : first_, count};
 }
 
 }  // namespace zebdc::test

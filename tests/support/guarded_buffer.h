@@ -1,5 +1,6 @@
-// Buffers that end, or begin, at an inaccessible page, so that a single byte read or written
-// outside them ends the test.
+// Buffers that end, or begin, at an inaccessible page, so that a single byte read or written beyond
+// that edge ends the test. Beyond the other edge are guard bytes, up to the next inaccessible page:
+// a test in which one of them is overwritten fails.
 #ifndef ZEBDC_TESTS_SUPPORT_GUARDED_BUFFER_H
 #define ZEBDC_TESTS_SUPPORT_GUARDED_BUFFER_H
 
@@ -36,6 +37,8 @@ class GuardedBuffer {
   }
 
  private:
+  std::span<uint8_t> guardBytes() const;
+
   size_t inner_;    // size of the accessible area, a multiple of the page size
   uint8_t* first_;  // its beginning
   uint8_t* data_;
