@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <zebdc/zebdc.h>
 
+#include <algorithm>
+
 #include "bzip2/plain_bwt.h"
 #include "support/data.h"
 #include "support/guarded_buffer.h"
@@ -148,6 +150,27 @@ TEST(DecodeBlock, AMapThatDoesNotMatchItsCountDecodesNothing) {
   EXPECT_EQ(decoded.status, zebOk);
   EXPECT_EQ(decoded.length, 8);
   EXPECT_EQ(decoded.bytes, Bytes(8, 0xEE));
+  alphabet.list.clear();
+  EXPECT_EQ(decode({0, 2, 3}, alphabet, 0, 8).bytes, Bytes(8, 0xEE));
+}
+
+// An entry of the scratch holds links of 24 bits.
+TEST(DecodeBlock, TheLargestBlock) {
+  constexpr int largest = (1 << 24) - 1;
+  const Symbols digits(24, 0);
+  const Alphabet alphabet = alphabetOf({'q'});
+  const GuardedBuffer dst(largest);
+  const GuardedBuffer scratch(size_t{4} * largest);
+  int length = largest;
+  const auto decodeAll = [&] {
+    return zebsDecodeBlock_BZ2_16u8u(digits.data(), 24, dst.data(), &length, length - 1, 1,
+                                     alphabet.map.data(), scratch.data());
+  };
+  EXPECT_EQ(decodeAll(), zebOk);
+  EXPECT_EQ(length, largest);
+  EXPECT_TRUE(std::all_of(dst.begin(), dst.end(), [](uint8_t byte) { return byte == 'q'; }));
+  length = largest - 1;
+  EXPECT_EQ(decodeAll(), zebErrGeneral);
 }
 
 TEST(DecodeBlock, MapEntriesCountWhenNotZero) {

@@ -45,9 +45,13 @@ inline Symbols blockOf(size_t size, int alphaSize, uint64_t seed) {
 
 class Encoder {
  public:
-  Encoder(const Symbols& symbols, int alphaSize) : memory_(sizeFor(symbols.size())) {
-    EXPECT_EQ(zebsEncodeHuffInit_BZ2_16u8u(alphaSize, frequenciesOf(symbols, alphaSize).data(),
-                                           symbols.data(), intOf(symbols.size()), get()),
+  Encoder(const Symbols& symbols, int alphaSize)
+      : Encoder(symbols, alphaSize, frequenciesOf(symbols, alphaSize)) {}
+
+  Encoder(const Symbols& symbols, int alphaSize, const std::vector<uint32_t>& frequencies)
+      : memory_(sizeFor(symbols.size())) {
+    EXPECT_EQ(zebsEncodeHuffInit_BZ2_16u8u(alphaSize, frequencies.data(), symbols.data(),
+                                           intOf(symbols.size()), get()),
               zebOk);
   }
 
@@ -94,7 +98,8 @@ class Encoder {
 
 class Decoder {
  public:
-  explicit Decoder(int alphaSize, int wndSize = 1638350) : memory_(sizeFor(wndSize)) {
+  explicit Decoder(int alphaSize, int wndSize = 1638350)
+      : alphaSize_(alphaSize), memory_(sizeFor(wndSize)) {
     EXPECT_EQ(zebsDecodeHuffInit_BZ2_8u16u(alphaSize, get()), zebOk);
   }
 
@@ -132,11 +137,15 @@ class Decoder {
     const ZebStatus status = zebsDecodeHuff_BZ2_8u16u(&accumulator.code, &accumulator.count, &pSrc,
                                                       &srcLen, dst.as<uint16_t>(), &dstLen, get());
     EXPECT_EQ(pSrc + srcLen, src.end());
+    if (status == zebOk) {
+      EXPECT_EQ(dst.as<uint16_t>()[dstLen], alphaSize_ - 1);
+    }
     return {status, static_cast<size_t>(pSrc - src.data()),
             Symbols(dst.as<uint16_t>(), dst.as<uint16_t>() + dstLen), accumulator};
   }
 
  private:
+  int alphaSize_;
   GuardedBuffer memory_;
 };
 

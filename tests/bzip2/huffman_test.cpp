@@ -186,6 +186,38 @@ TEST(Bzip2Huffman, WritersAndReadersCheckPointersInOrderBeforeLengths) {
   EXPECT_EQ(count, 0);
 }
 
+TEST(Bzip2Huffman, RefusesLengthsBelowOneAndLeavesItsArguments) {
+  const Encoder encoder({0, 1, 2}, 3);
+  const Decoder decoder(3);
+  const uint16_t word = 1;
+  const uint8_t in = 1;
+  for (const int bad : {0, -1, INT32_MIN}) {
+    uint32_t code = 0xABC00000;
+    int count = 12;
+    int good = 1;
+    int len = bad;
+    uint8_t out = 7;
+    uint16_t symbol = 7;
+    const uint16_t* words = &word;
+    const uint8_t* bytes = &in;
+    EXPECT_EQ(zebsPackHuffContext_BZ2_16u8u(&code, &count, &out, &len, encoder.get()), zebErrSize);
+    EXPECT_EQ(zebsEncodeHuff_BZ2_16u8u(&code, &count, &words, &good, &out, &len, encoder.get()),
+              zebErrSize);
+    EXPECT_EQ(zebsUnpackHuffContext_BZ2_8u16u(&code, &count, &bytes, &len, decoder.get()),
+              zebErrSize);
+    EXPECT_EQ(zebsDecodeHuff_BZ2_8u16u(&code, &count, &bytes, &good, &symbol, &len, decoder.get()),
+              zebErrSize);
+    EXPECT_EQ(code, 0xABC00000);
+    EXPECT_EQ(count, 12);
+    EXPECT_EQ(good, 1);
+    EXPECT_EQ(len, bad);
+    EXPECT_EQ(words, &word);
+    EXPECT_EQ(bytes, &in);
+    EXPECT_EQ(out, 7);
+    EXPECT_EQ(symbol, 7);
+  }
+}
+
 // ---- Encoding
 
 TEST(EncodeBzip2Huffman, TableCountFollowsTheSymbolCount) {
@@ -434,6 +466,33 @@ TEST(UnpackBzip2Context, RefusesInvalidContexts) {
   EXPECT_EQ(unpackBits(test::contextBits(incomplete), 3), zebOk);
 }
 
+// What is refused leaves nothing to decode, and Init starts the record anew.
+TEST(UnpackBzip2Context, InitMendsARecordThatHasRefusedAContext) {
+  const Stream s = streamOf(700, 20, 1);
+  const Bytes good = joined(s.contextBytes, s.coded);
+  Bits noTables;
+  test::putBits(noTables, 1, 3);
+  test::putBits(noTables, 1, 15);
+  Bits noSelector;
+  test::putBits(noSelector, 2, 3);
+  test::putBits(noSelector, 1, 15);
+  test::putBits(noSelector, 3, 2);
+  Context tooLong = {20, std::vector<Bytes>(2, Bytes(20, 5)), {0}};
+  tooLong.lengths[1].back() = 21;
+  for (const Bits& bad : {noTables, noSelector, test::contextBits(tooLong)}) {
+    const Decoder decoder(s.alphaSize);
+    const auto before = decoder.unpack({}, good);
+    ASSERT_EQ(before.status, zebOk);
+    EXPECT_EQ(decoder.unpack({}, joined(test::packBits(bad), Bytes(8))).status, zebErrBadData);
+    EXPECT_EQ(decoder.decode({}, Bytes(10), 5).status, zebErrGeneral);
+    ASSERT_EQ(zebsDecodeHuffInit_BZ2_8u16u(s.alphaSize, decoder.get()), zebOk);
+    const auto unpacked = decoder.unpack({}, good);
+    ASSERT_EQ(unpacked.status, zebOk);
+    expectDecodes(decoder, unpacked.accumulator, std::span(good).subspan(unpacked.consumed),
+                  s.symbols);
+  }
+}
+
 TEST(UnpackBzip2Context, RefusesRecordsInNoPhase) {
   const Decoder decoder(3);
   memset(static_cast<void*>(decoder.get()), 0xFF, 200);
@@ -471,6 +530,22 @@ TEST(DecodeBzip2Huffman, LeavesTheBitsBehindTheEndOfTheBlock) {
   EXPECT_EQ(result.status, zebOk);
   EXPECT_EQ(result.out, Symbols({0, 1}));
   EXPECT_EQ(result.accumulator, (Accumulator{0x6DB6C000, 19}));
+}
+
+// The room for the end-of-block symbol is needed, too.
+TEST(DecodeBzip2Huffman, ARoomForTheSymbolsAloneIsFull) {
+  const Stream s = streamOf(6000, 40, 3);
+  const Bytes bytes = joined(s.contextBytes, s.coded);
+  const Decoder decoder(s.alphaSize);
+  const auto unpacked = decoder.unpack({}, bytes);
+  ASSERT_EQ(unpacked.status, zebOk);
+  const auto rest = std::span(bytes).subspan(unpacked.consumed);
+  const auto first = decoder.decode(unpacked.accumulator, rest, s.symbols.size() - 1);
+  EXPECT_EQ(first.status, zebWarnDstFull);
+  EXPECT_EQ(first.out, Symbols(s.symbols.begin(), s.symbols.end() - 1));
+  const auto second = decoder.decode(first.accumulator, rest.subspan(first.consumed), 1);
+  EXPECT_EQ(second.status, zebOk);
+  EXPECT_TRUE(second.out.empty());
 }
 
 TEST(DecodeBzip2Huffman, BeforeAContextThereIsNothingToDecode) {
@@ -613,6 +688,35 @@ TEST(DecodeBzip2Huffman, HostileTablesAndStreamsMatchThePlainRule) {
     if (round % 2 == 0) stream = test::mutated(stream, random);
     expectSameAsPlain(decoder, context, {}, stream, round % 3 == 0 ? 900 : stream.size(), size + 60,
                       random);
+  }
+}
+
+// Counts of bits that no accumulator can hold are taken for the nearest that it can, and what it
+// holds beyond its count is ignored.
+TEST(Bzip2Huffman, AccumulatorsOutOfRangeAreHarmless) {
+  const Stream s = streamOf(300, 20, 1);
+  const Encoder encoder(s.symbols, s.alphaSize);
+  const Bytes bytes = joined(s.contextBytes, s.coded);
+  const std::pair<Accumulator, Accumulator> cases[] = {{{0xFFFFFFFF, -1}, {0, 0}},
+                                                       {{0xFFFFFFFF, INT32_MIN}, {0, 0}},
+                                                       {{0xFFFFFFFF, 0}, {0, 0}},
+                                                       {{0xFFFFFFFF, 5}, {0xF8000000, 5}},
+                                                       {{0x2468ACE0, 33}, {0x2468ACE0, 32}},
+                                                       {{0x2468ACE0, INT32_MAX}, {0x2468ACE0, 32}}};
+  for (const auto& [given, taken] : cases) {
+    const auto packed = encoder.pack(given, 2000);
+    EXPECT_EQ(packed.out, encoder.pack(taken, 2000).out);
+    EXPECT_EQ(packed.accumulator, encoder.pack(taken, 2000).accumulator);
+    const auto encoded = encoder.encode(s.symbols, given, 2000);
+    EXPECT_EQ(encoded.out, encoder.encode(s.symbols, taken, 2000).out);
+    EXPECT_EQ(encoded.accumulator, encoder.encode(s.symbols, taken, 2000).accumulator);
+    const Decoder one(s.alphaSize);
+    const Decoder other(s.alphaSize);
+    const auto unpacked = one.unpack(given, bytes);
+    const auto expected = other.unpack(taken, bytes);
+    EXPECT_EQ(unpacked.status, expected.status);
+    EXPECT_EQ(unpacked.accumulator, expected.accumulator);
+    EXPECT_EQ(one.decode(given, bytes, 100), other.decode(taken, bytes, 100));
   }
 }
 

@@ -282,6 +282,19 @@ TEST(EncodeBzip2Runs, ResumesBehindTheFourthByte) {
   EXPECT_EQ(out, joined({times(4, 'a'), {5, 'b'}}));
 }
 
+// A run that is as long as one count byte reaches stays open until something follows it.
+TEST(EncodeBzip2Runs, ARunOf259WaitsForWhatFollows) {
+  const Record record;
+  Bytes out;
+  EXPECT_EQ(encode(record, times(259, 'a'), 10, out), 259u);
+  EXPECT_EQ(out, times(4, 'a'));
+  EXPECT_EQ(encode(record, times(1, 'a'), 1, out), 0u);
+  EXPECT_EQ(out, joined({times(4, 'a'), {255}}));
+  EXPECT_EQ(encode(record, times(1, 'a'), 1, out), 1u);
+  flush(record, out);
+  EXPECT_EQ(out, joined({times(4, 'a'), {255, 'a'}}));
+}
+
 TEST(EncodeBzip2Runs, MatchesThePlainRuleInAnyPieces) {
   Random random(1);
   for (int round = 0; round < 400; ++round) {
@@ -350,6 +363,20 @@ TEST(DecodeBzip2Pieces, KeepsWhatOfARunDoesNotFit) {
   EXPECT_EQ(decodePiece(record, rest, 9), (PlainDecoded{zebWarnDstFull, 0, times(9, 'a')}));
   EXPECT_EQ(decodePiece(record, rest, 9),
             (PlainDecoded{zebOk, 4, joined({times(5, 'a'), test::fromText("bcde")})}));
+}
+
+// A pending run that just fits fills the room: what follows in the source is looked at already.
+TEST(DecodeBzip2Pieces, APendingRunMayFillTheRoom) {
+  const Record record;
+  EXPECT_EQ(zebsDecodeRLEStateInit_BZ2_8u(record.get()), zebOk);
+  const Bytes source = joined({times(4, 'a'), {20}, times(3, 'a'), {9}, test::fromText("bcdef")});
+  EXPECT_EQ(decodePiece(record, source, 10), (PlainDecoded{zebWarnDstFull, 5, times(10, 'a')}));
+  const auto rest = std::span(source).subspan(5);
+  EXPECT_EQ(decodePiece(record, rest, 14), (PlainDecoded{zebWarnDstFull, 4, times(14, 'a')}));
+  EXPECT_EQ(flushPending(record, 12), (PlainDecoded{zebOk, 0, times(12, 'a')}));
+  // Three bytes of source are too few to look at.
+  EXPECT_EQ(decodePiece(record, source, 10).status, zebWarnDstFull);
+  EXPECT_EQ(decodePiece(record, times(3, 'a'), 14), (PlainDecoded{zebOk, 0, times(14, 'a')}));
 }
 
 TEST(DecodeBzip2Pieces, FlushWritesThePendingRun) {
