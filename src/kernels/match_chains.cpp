@@ -31,29 +31,50 @@ struct Candidates {
 // Distances are 16 bits wide and stand for none from 32768 on. A second candidate is looked at only
 // when there is a first.
 //
-// Enters count places and writes down the distances to the two nearest candidates of each. The loop
-// does nothing but exchange words of the table; vectors make distances of them.
+// Enters a place and returns the word that it found, the positions of its two nearest candidates.
+ZEBDC_ALWAYS_INLINE uint32_t enterPlace(const MatchChains& chains, uint16_t hash,
+                                        uint32_t position) {
+  uint32_t& recent = chains.recent[hash];
+  const uint32_t before = recent;
+  recent = (position & 0xFFFF) | before << 16;
+  return before;
+}
+
+// Enters four places in turn and returns their words.
+ZEBDC_ALWAYS_INLINE __m128i enterFour(const MatchChains& chains, const uint16_t* hashes,
+                                      uint32_t position) {
+  const auto enter = [&](uint32_t i) {
+    return _mm_cvtsi32_si128(static_cast<int>(enterPlace(chains, hashes[i], position + i)));
+  };
+  const __m128i first = enter(0);
+  const __m128i second = enter(1);
+  const __m128i third = enter(2);
+  const __m128i fourth = enter(3);
+  return _mm_unpacklo_epi64(_mm_unpacklo_epi32(first, second), _mm_unpacklo_epi32(third, fourth));
+}
+
+// Enters count places and writes down the distances to the two nearest candidates of each.
 ZEBDC_ALWAYS_INLINE void enterPlaces(const MatchChains& chains, uint32_t position,
                                      const uint16_t* hashes, uint32_t count, uint16_t* first,
                                      uint16_t* second) {
-  alignas(16) uint32_t before[blockPlaces];
-  for (uint32_t i = 0; i < count; ++i) {
-    uint32_t& recent = chains.recent[hashes[i]];
-    before[i] = recent;
-    recent = ((position + i) & 0xFFFF) | recent << 16;
-  }
   const __m128i halves = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15);
-  const __m128i steps = _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7);
-  for (uint32_t i = 0; i < count; i += 8) {
-    const __m128i low =
-        _mm_shuffle_epi8(_mm_load_si128(reinterpret_cast<const __m128i*>(before + i)), halves);
+  __m128i here = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(position)),
+                               _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7));
+  uint32_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    const __m128i low = _mm_shuffle_epi8(enterFour(chains, hashes + i, position + i), halves);
     const __m128i high =
-        _mm_shuffle_epi8(_mm_load_si128(reinterpret_cast<const __m128i*>(before + i + 4)), halves);
-    const __m128i here = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(position + i)), steps);
+        _mm_shuffle_epi8(enterFour(chains, hashes + i + 4, position + i + 4), halves);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(first + i),
                      _mm_sub_epi16(here, _mm_unpacklo_epi64(low, high)));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(second + i),
                      _mm_sub_epi16(here, _mm_unpackhi_epi64(low, high)));
+    here = _mm_add_epi16(here, _mm_set1_epi16(8));
+  }
+  for (; i < count; ++i) {
+    const uint32_t before = enterPlace(chains, hashes[i], position + i);
+    first[i] = static_cast<uint16_t>(position + i - before);
+    second[i] = static_cast<uint16_t>(position + i - (before >> 16));
   }
 }
 
