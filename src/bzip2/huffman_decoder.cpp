@@ -246,7 +246,7 @@ ZebStatus readSelectors(State& state, BitReader& reader) {
   }
   uint8_t list[256];
   for (int i = 0; i < 256; ++i) list[i] = static_cast<uint8_t>(i);
-  kernels::moveToFront().inverse(state.selectors, state.selectors, state.numSelectors, list);
+  kernels::moveToFrontInverse()(state.selectors, state.selectors, state.numSelectors, list);
   state.phase = phaseLengths;
   state.tablesRead = 0;
   state.symbolsRead = 0;

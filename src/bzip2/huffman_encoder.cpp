@@ -254,7 +254,7 @@ void packSelectors(const State& state, BitWriter& writer) {
   uint8_t positions[256];
   for (int i = 0; i < 256; ++i) positions[i] = static_cast<uint8_t>(i);
   uint8_t* const ranks = state.selectors + state.numSelectors;
-  kernels::moveToFront().forward(state.selectors, ranks, state.numSelectors, positions);
+  kernels::moveToFrontForward()(state.selectors, ranks, state.numSelectors, positions);
   for (int i = 0; i < state.numSelectors; ++i) {
     writer.put((2u << ranks[i]) - 2, ranks[i] + 1);
   }

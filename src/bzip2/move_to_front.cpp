@@ -58,10 +58,10 @@ ZEBDC_ENTRY(void, zebsMTFFree_8u)(ZebMTFState_8u* pState) {
 
 ZEBDC_ENTRY(ZebStatus, zebsMTFFwd_8u)
 (const uint8_t* pSrc, uint8_t* pDst, int len, ZebMTFState_8u* pState) {
-  return zebdc::bzip2::run(zebdc::kernels::moveToFront().forward, pSrc, pDst, len, pState);
+  return zebdc::bzip2::run(zebdc::kernels::moveToFrontForward(), pSrc, pDst, len, pState);
 }
 
 ZEBDC_ENTRY(ZebStatus, zebsMTFInv_8u)
 (const uint8_t* pSrc, uint8_t* pDst, int len, ZebMTFState_8u* pState) {
-  return zebdc::bzip2::run(zebdc::kernels::moveToFront().inverse, pSrc, pDst, len, pState);
+  return zebdc::bzip2::run(zebdc::kernels::moveToFrontInverse(), pSrc, pDst, len, pState);
 }

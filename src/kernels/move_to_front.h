@@ -12,15 +12,17 @@
 
 namespace zebdc::kernels {
 
-struct MoveToFrontKernels {
-  void (*forward)(const uint8_t* src, uint8_t* dst, int len, uint8_t* positions);
-  void (*inverse)(const uint8_t* src, uint8_t* dst, int len, uint8_t* list);
-};
+using MoveToFront = void (*)(const uint8_t* src, uint8_t* dst, int len, uint8_t* table);
 
-extern const TierTable<MoveToFrontKernels> moveToFrontKernels;
+extern const TierTable<MoveToFront> moveToFrontForwardKernels;
+extern const TierTable<MoveToFront> moveToFrontInverseKernels;
 
-inline const MoveToFrontKernels& moveToFront() {
-  return moveToFrontKernels[activeTier];
+inline MoveToFront moveToFrontForward() {
+  return moveToFrontForwardKernels[activeTier];
+}
+
+inline MoveToFront moveToFrontInverse() {
+  return moveToFrontInverseKernels[activeTier];
 }
 
 }  // namespace zebdc::kernels

@@ -29,11 +29,11 @@ TEST(MoveToFrontKernels, WorkInPlace) {
       PlainMoveToFront().forward(source.data(), ranks.data(), size);
       GuardedBuffer data(source);
       Bytes positions = identity();
-      kernels::moveToFront().forward(data.data(), data.data(), static_cast<int>(size),
-                                     positions.data());
+      kernels::moveToFrontForward()(data.data(), data.data(), static_cast<int>(size),
+                                    positions.data());
       EXPECT_EQ(memcmp(data.data(), ranks.data(), size), 0);
       Bytes list = identity();
-      kernels::moveToFront().inverse(data.data(), data.data(), static_cast<int>(size), list.data());
+      kernels::moveToFrontInverse()(data.data(), data.data(), static_cast<int>(size), list.data());
       EXPECT_EQ(memcmp(data.data(), source.data(), size), 0);
       for (size_t i = 0; i < 256; ++i) EXPECT_EQ(positions[list[i]], i);
     }
@@ -46,9 +46,9 @@ TEST(MoveToFrontKernels, StayInBoundsWithTablesThatAreNoPermutations) {
   for (const uint64_t seed : {0, 1, 2}) {
     GuardedBuffer table(seed == 0 ? Bytes(256, 9) : test::randomBytes(256, seed));
     GuardedBuffer out(source.size());
-    kernels::moveToFront().forward(source.data(), out.data(), 9000, table.data());
-    kernels::moveToFront().inverse(source.data(), out.data(), 9000, table.data());
-    kernels::moveToFront().forward(Bytes(9000, 5).data(), out.data(), 9000, table.data());
+    kernels::moveToFrontForward()(source.data(), out.data(), 9000, table.data());
+    kernels::moveToFrontInverse()(source.data(), out.data(), 9000, table.data());
+    kernels::moveToFrontForward()(Bytes(9000, 5).data(), out.data(), 9000, table.data());
   }
 }
 
