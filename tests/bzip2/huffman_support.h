@@ -49,7 +49,7 @@ class Encoder {
       : Encoder(symbols, alphaSize, frequenciesOf(symbols, alphaSize)) {}
 
   Encoder(const Symbols& symbols, int alphaSize, const std::vector<uint32_t>& frequencies)
-      : memory_(sizeFor(symbols.size())) {
+      : memory_(sizeFor(symbols.size()), GuardedBuffer::Edge::none) {
     EXPECT_EQ(zebsEncodeHuffInit_BZ2_16u8u(alphaSize, frequencies.data(), symbols.data(),
                                            intOf(symbols.size()), get()),
               zebOk);
@@ -58,8 +58,7 @@ class Encoder {
   static size_t sizeFor(size_t symbols) {
     int size = 0;
     EXPECT_EQ(zebsEncodeHuffGetSize_BZ2_16u8u(intOf(symbols), &size), zebOk);
-    // To a multiple of 16, for the record's alignment.
-    return (static_cast<size_t>(size) + 15) / 16 * 16;
+    return static_cast<size_t>(size);
   }
 
   ZebEncodeHuffState_BZ2* get() const { return memory_.as<ZebEncodeHuffState_BZ2>(); }
@@ -99,14 +98,14 @@ class Encoder {
 class Decoder {
  public:
   explicit Decoder(int alphaSize, int wndSize = 1638350)
-      : alphaSize_(alphaSize), memory_(sizeFor(wndSize)) {
+      : alphaSize_(alphaSize), memory_(sizeFor(wndSize), GuardedBuffer::Edge::none) {
     EXPECT_EQ(zebsDecodeHuffInit_BZ2_8u16u(alphaSize, get()), zebOk);
   }
 
   static size_t sizeFor(int wndSize) {
     int size = 0;
     EXPECT_EQ(zebsDecodeHuffGetSize_BZ2_8u16u(wndSize, &size), zebOk);
-    return (static_cast<size_t>(size) + 15) / 16 * 16;
+    return static_cast<size_t>(size);
   }
 
   ZebDecodeHuffState_BZ2* get() const { return memory_.as<ZebDecodeHuffState_BZ2>(); }

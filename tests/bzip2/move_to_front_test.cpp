@@ -22,7 +22,7 @@ using Transform = ZebStatus (*)(const uint8_t*, uint8_t*, int, ZebMTFState_8u*);
 
 class Record {
  public:
-  Record() : memory_(256) { EXPECT_EQ(zebsMTFInit_8u(get()), zebOk); }
+  Record() : memory_(256, GuardedBuffer::Edge::none) { EXPECT_EQ(zebsMTFInit_8u(get()), zebOk); }
   ZebMTFState_8u* get() const { return memory_.as<ZebMTFState_8u>(); }
 
  private:

@@ -37,7 +37,9 @@ Bytes joined(std::initializer_list<Bytes> parts) {
 
 class Record {
  public:
-  Record() : memory_(264) { EXPECT_EQ(zebsEncodeRLEInit_BZ2_8u(get()), zebOk); }
+  Record() : memory_(264, GuardedBuffer::Edge::none) {
+    EXPECT_EQ(zebsEncodeRLEInit_BZ2_8u(get()), zebOk);
+  }
   ZebRLEState_BZ2* get() const { return memory_.as<ZebRLEState_BZ2>(); }
 
  private:

@@ -13,7 +13,7 @@ GuardedBuffer guardedPairs(std::span<const ZebLZ77Pair> pairs) {
 }  // namespace
 
 BlockEncoder::BlockEncoder(int level, int checksum)
-    : memory_(deflate::encoderStateBytes, GuardedBuffer::Edge::begin) {
+    : memory_(deflate::encoderStateBytes, GuardedBuffer::Edge::none) {
   memset(memory_.data(), 0xEE, memory_.size());
   EXPECT_EQ(zebsEncodeLZ77Init_8u(level, checksum, record()), zebOk);
 }

@@ -16,10 +16,10 @@ namespace {
 
 using test::GuardedBuffer;
 
-// A record in memory of its own, at the beginning of a page.
+// A record in memory of its own.
 class EncoderStateTest : public testing::Test {
  protected:
-  EncoderStateTest() : memory_(encoderStateBytes, GuardedBuffer::Edge::begin) {
+  EncoderStateTest() : memory_(encoderStateBytes, GuardedBuffer::Edge::none) {
     memset(memory_.data(), 0xEE, memory_.size());
   }
 

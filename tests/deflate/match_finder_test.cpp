@@ -34,7 +34,7 @@ using test::ReferenceMatchFinder;
 class Encoder {
  public:
   explicit Encoder(int level, int checksum = zebLZ77ChecksumNone)
-      : memory_(encoderStateBytes, GuardedBuffer::Edge::begin) {
+      : memory_(encoderStateBytes, GuardedBuffer::Edge::none) {
     zebsEncodeLZ77Init_8u(level, checksum, record());
   }
 

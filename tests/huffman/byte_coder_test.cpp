@@ -34,9 +34,9 @@ Lengths lengthsOf(ZebHuffState_8u& state) {
   return lengths;
 }
 
-// A record between guard pages: 16-byte aligned, ending close to the inaccessible page.
+// A record between guard bytes, aligned as badly as it may be.
 struct Record {
-  GuardedBuffer memory{2608};
+  GuardedBuffer memory{2608, GuardedBuffer::Edge::none};
   ZebHuffState_8u& state = *memory.as<ZebHuffState_8u>();
 };
 

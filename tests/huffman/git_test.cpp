@@ -18,7 +18,8 @@ using test::GuardedBuffer;
 
 // An encoder's record in exactly the memory that GetSize asks for.
 struct Encoder {
-  Encoder(int maxSrcLen, int maxDstLen) : memory(sizeFor(maxSrcLen, maxDstLen)) {
+  Encoder(int maxSrcLen, int maxDstLen)
+      : memory(sizeFor(maxSrcLen, maxDstLen), GuardedBuffer::Edge::none) {
     const ZebStatus status = zebsEncodeGITInit_8u(maxSrcLen, maxDstLen, state());
     EXPECT_TRUE(status == zebOk || status == zebWarnDstFull);
   }
@@ -32,7 +33,7 @@ struct Encoder {
 };
 
 struct Decoder {
-  Decoder(int maxSrcLen, int maxDstLen) : memory(sizeFor(maxSrcLen)) {
+  Decoder(int maxSrcLen, int maxDstLen) : memory(sizeFor(maxSrcLen), GuardedBuffer::Edge::none) {
     EXPECT_EQ(zebsDecodeGITInit_8u(maxDstLen, state()), zebOk);
   }
   static size_t sizeFor(int maxSrcLen) {

@@ -20,7 +20,7 @@ using test::GuardedBuffer;
 
 class DecoderStateTest : public testing::Test {
  protected:
-  DecoderStateTest() : memory_(decoderStateBytes, GuardedBuffer::Edge::begin) {
+  DecoderStateTest() : memory_(decoderStateBytes, GuardedBuffer::Edge::none) {
     memset(memory_.data(), 0xEE, memory_.size());
   }
 
@@ -208,7 +208,7 @@ TEST_F(DecoderStateTest, CopyCarriesEveryFieldAndKeepsItsOwnStorage) {
   source.cursors[1] =
       reinterpret_cast<uint32_t*>(reinterpret_cast<uintptr_t>(source.decodeTable) + 43);
 
-  GuardedBuffer copyMemory(decoderStateBytes, GuardedBuffer::Edge::begin);
+  GuardedBuffer copyMemory(decoderStateBytes, GuardedBuffer::Edge::none);
   ZebLZ77State_8u* const copyRecord = copyMemory.as<ZebLZ77State_8u>();
   ASSERT_EQ(zebsDecodeLZ77Init_8u(0, copyRecord), zebOk);
   const Bytes before(memory_.begin(), memory_.end());

@@ -10,7 +10,7 @@ namespace {
 
 std::unique_ptr<GuardedBuffer> noisyRecord() {
   auto memory =
-      std::make_unique<GuardedBuffer>(inflate::decoderStateBytes, GuardedBuffer::Edge::begin);
+      std::make_unique<GuardedBuffer>(inflate::decoderStateBytes, GuardedBuffer::Edge::none);
   memset(memory->data(), 0xEE, memory->size());
   if (zebsDecodeLZ77Init_8u(zebLZ77ChecksumNone, memory->as<ZebLZ77State_8u>()) != zebOk) abort();
   return memory;

@@ -16,7 +16,7 @@
 
 namespace zebdc::test {
 
-// A decoder's record between inaccessible pages, its storage filled with noise before Init.
+// A decoder's record between guard bytes, its storage filled with noise before Init.
 class Decoder {
  public:
   Decoder();

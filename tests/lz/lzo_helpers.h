@@ -26,7 +26,8 @@ inline size_t lzoRecordSize() {
 // An encoder's record. It is filled with garbage before Init.
 class LzoRecord {
  public:
-  explicit LzoRecord(ZebLZOMethod method = zebLZOMethod1X1) : memory_(lzoRecordSize()) {
+  explicit LzoRecord(ZebLZOMethod method = zebLZOMethod1X1)
+      : memory_(lzoRecordSize(), GuardedBuffer::Edge::none) {
     memset(memory_.data(), 0xA5, memory_.size());
     EXPECT_EQ(zebsEncodeLZOInit_8u(method, 0, state()), zebOk);
   }

@@ -23,7 +23,8 @@ inline size_t lzssRecordSize() {
 // A record in memory of the caller, which holds garbage before Init.
 class LzssRecord {
  public:
-  explicit LzssRecord(ZebStatus (*init)(ZebLZSSState_8u*)) : memory_(lzssRecordSize()) {
+  explicit LzssRecord(ZebStatus (*init)(ZebLZSSState_8u*))
+      : memory_(lzssRecordSize(), GuardedBuffer::Edge::none) {
     memset(memory_.data(), 0x5A, memory_.size());
     EXPECT_EQ(init(state()), zebOk);
   }

@@ -19,9 +19,10 @@ namespace zebdc::test {
 namespace {
 
 constexpr size_t pageSize = 4096;
+constexpr size_t recordAlignment = 16;
 constexpr uint8_t guardByte = 0xA9;
 
-// There are always fewer than these.
+// There are never more than these on a side.
 constexpr auto intactGuardBytes = [] {
   std::array<uint8_t, pageSize> bytes{};
   bytes.fill(guardByte);
@@ -72,15 +73,38 @@ uint8_t* takeArea(size_t inner) {
   return first;
 }
 
+size_t wholePages(size_t size) {
+  return (size + pageSize - 1) / pageSize * pageSize;
+}
+
+size_t gapInFront(GuardedBuffer::Edge edge, size_t gap) {
+  switch (edge) {
+    case GuardedBuffer::Edge::end:
+      return gap;
+    case GuardedBuffer::Edge::begin:
+      return 0;
+    case GuardedBuffer::Edge::none:
+      break;
+  }
+  return recordAlignment;
+}
+
+bool isIntact(std::span<const uint8_t> guard) {
+  return memcmp(guard.data(), intactGuardBytes.data(), guard.size()) == 0;
+}
+
 }  // namespace
 
 GuardedBuffer::GuardedBuffer(size_t size, Edge edge)
-    : inner_((size + pageSize - 1) / pageSize * pageSize), first_(takeArea(inner_)), size_(size) {
-  data_ = edge == Edge::begin ? first_ : first_ + inner_ - size;
+    : inner_(wholePages(edge == Edge::none ? recordAlignment + size : size)),
+      first_(takeArea(inner_)),
+      data_(first_ + gapInFront(edge, inner_ - size)),
+      size_(size) {
   // Nothing of an earlier buffer may look like a result.
   memset(data_, 0xCD, size);
-  const std::span<uint8_t> guard = guardBytes();
-  memcpy(guard.data(), intactGuardBytes.data(), guard.size());
+  for (const std::span<uint8_t> guard : {guardInFront(), guardBehind()}) {
+    memcpy(guard.data(), intactGuardBytes.data(), guard.size());
+  }
 }
 
 GuardedBuffer::GuardedBuffer(std::span<const uint8_t> content, Edge edge)
@@ -89,17 +113,9 @@ GuardedBuffer::GuardedBuffer(std::span<const uint8_t> content, Edge edge)
 }
 
 GuardedBuffer::~GuardedBuffer() {
-  const std::span<uint8_t> guard = guardBytes();
-  if (memcmp(guard.data(), intactGuardBytes.data(), guard.size()) != 0) {
-    ADD_FAILURE() << (data_ == first_ ? "behind" : "in front of") << " a buffer of " << size_
-                  << " bytes something was written";
-  }
+  EXPECT_TRUE(isIntact(guardInFront())) << "in front of a buffer of " << size_;
+  EXPECT_TRUE(isIntact(guardBehind())) << "behind a buffer of " << size_;
   spareAreas()[inner_].push_back(first_);
-}
-
-std::span<uint8_t> GuardedBuffer::guardBytes() const {
-  const size_t count = inner_ - size_;
-  return {data_ == first_ ? data_ + size_ : first_, count};
 }
 
 }  // namespace zebdc::test

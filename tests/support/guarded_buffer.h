@@ -1,5 +1,5 @@
 // Buffers that end, or begin, at an inaccessible page, so that a single byte read or written beyond
-// that edge ends the test. Beyond the other edge are guard bytes, up to the next inaccessible page:
+// that edge ends the test. Beyond any other edge are guard bytes, up to the next inaccessible page:
 // a test in which one of them is overwritten fails.
 #ifndef ZEBDC_TESTS_SUPPORT_GUARDED_BUFFER_H
 #define ZEBDC_TESTS_SUPPORT_GUARDED_BUFFER_H
@@ -16,6 +16,7 @@ class GuardedBuffer {
   enum class Edge {
     end,    // the buffer's end touches the inaccessible page behind it
     begin,  // its beginning touches the one before it
+    none,   // for records: its beginning is aligned to 16 bytes, and no more
   };
 
   explicit GuardedBuffer(size_t size, Edge edge = Edge::end);
@@ -37,7 +38,8 @@ class GuardedBuffer {
   }
 
  private:
-  std::span<uint8_t> guardBytes() const;
+  std::span<uint8_t> guardInFront() const { return {first_, data_}; }
+  std::span<uint8_t> guardBehind() const { return {end(), first_ + inner_}; }
 
   size_t inner_;    // size of the accessible area, a multiple of the page size
   uint8_t* first_;  // its beginning
