@@ -22,15 +22,13 @@ constexpr uint32_t blockPlaces = 128;
 constexpr uint32_t maxCandidatesAverage = 16;
 constexpr uint32_t maxCandidatesBest = 512;
 
-// A search under way: the candidate to look at and the one behind it.
+// A search under way: the candidate to look at and the one behind it. Distances from 32768 on stand
+// for none; the second candidate is looked at only when there is a first.
 struct Candidates {
   uint32_t distance;
   uint32_t nextDistance;
 };
 
-// Distances are 16 bits wide and stand for none from 32768 on. A second candidate is looked at only
-// when there is a first.
-//
 // Enters a place and returns the word that it found, the positions of its two nearest candidates.
 ZEBDC_ALWAYS_INLINE uint32_t enterPlace(const MatchChains& chains, uint16_t hash,
                                         uint32_t position) {
