@@ -11,6 +11,7 @@
 #include "lz/plain_lzo.h"
 #include "support/data.h"
 #include "support/guarded_buffer.h"
+#include "support/sanitizers.h"
 
 namespace zebdc {
 namespace {
@@ -27,12 +28,7 @@ using test::lzoWorstCase;
 using test::Random;
 using test::randomBytes;
 
-// Of the large sizes the sanitizers, under which everything is slow, see every 16th.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr size_t sizeStep = 16;
-#else
-constexpr size_t sizeStep = 1;
-#endif
+constexpr size_t largeSizeStep = test::underSanitizers ? 16 : 1;
 
 void append(Bytes& to, const Bytes& more) {
   to.insert(to.end(), more.begin(), more.end());
@@ -330,7 +326,7 @@ TEST(Lzo, RoundTripsAtAllSizesUpTo70000) {
   const LzoRecord record;
   const GuardedBuffer code(lzoWorstCase(largest));
   const GuardedBuffer room(largest);
-  for (size_t size = 1; size <= largest; size += size < 1000 ? 1 : sizeStep) {
+  for (size_t size = 1; size <= largest; size += size < 1000 ? 1 : largeSizeStep) {
     const uint8_t* const src = source.end() - size;
     uint8_t* const stream = code.end() - lzoWorstCase(size);
     uint32_t streamLen = 0;

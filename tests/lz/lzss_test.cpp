@@ -13,6 +13,7 @@
 #include "lz/plain_lzss.h"
 #include "support/data.h"
 #include "support/guarded_buffer.h"
+#include "support/sanitizers.h"
 
 namespace zebdc {
 namespace {
@@ -29,11 +30,7 @@ using FlushResult = test::LzssFlushResult;
 using Record = test::LzssRecord;
 using Result = test::LzssResult;
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int mutationRounds = 20'000;
-#else
-constexpr int mutationRounds = 60'000;
-#endif
+constexpr int mutationRounds = test::underSanitizers ? 20'000 : 60'000;
 
 void append(Bytes& to, const Bytes& more) {
   to.insert(to.end(), more.begin(), more.end());

@@ -10,6 +10,7 @@
 #include "lz/plain_rle.h"
 #include "support/data.h"
 #include "support/guarded_buffer.h"
+#include "support/sanitizers.h"
 
 namespace zebdc {
 namespace {
@@ -20,12 +21,7 @@ using test::GuardedBuffer;
 using test::PlainProgress;
 using test::Random;
 
-// Of the large sizes the sanitizers, under which everything is slow, see every 16th.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr size_t sizeStep = 16;
-#else
-constexpr size_t sizeStep = 1;
-#endif
+constexpr size_t largeSizeStep = test::underSanitizers ? 16 : 1;
 
 using Coder = ZebStatus (*)(const uint8_t** ppSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen);
 using PlainCoder = PlainProgress (*)(const uint8_t* src, size_t srcLen, uint8_t* dst,
@@ -196,7 +192,7 @@ TEST(Rle, RoundTripsAtAllSizesUpTo70000) {
 
   const GuardedBuffer code(worstCase(largest));
   const GuardedBuffer room(largest);
-  for (size_t size = 1; size <= largest; size += size < 1000 ? 1 : sizeStep) {
+  for (size_t size = 1; size <= largest; size += size < 1000 ? 1 : largeSizeStep) {
     const uint8_t* pSrc = source.end() - size;
     uint8_t* const stream = code.end() - worstCase(size);
     int srcLen = static_cast<int>(size);
