@@ -1,13 +1,17 @@
 """bzip2 files: exchange with the format's own implementation, threads, damage."""
 
 import bz2
+import os
+import pathlib
 import random
+import re
 import shutil
 import subprocess
+import threading
 import unittest
 
 import support
-from support import ERROR, WARNING, mixed, random_bytes, samples, some, some_of_each, text
+from support import ERROR, OK, WARNING, mixed, random_bytes, samples, some, some_of_each, text
 
 BLOCK_MAGIC = 0x314159265359
 END_MAGIC = 0x177245385090
@@ -191,6 +195,21 @@ class Exchange(support.ToolTest):
             coded = self.filter("--format=bzip2", f"-T{threads}", input=mixed(1_500_000))
             subprocess.run(["bzip2", "-t"], input=coded, check=True)
 
+    def test_files_of_parallel_tools(self):
+        data = mixed(1_500_000)
+        for tool, threads in (("lbzip2", "-n2"), ("pbzip2", "-p2")):
+            if not shutil.which(tool):
+                continue
+            with self.subTest(tool=tool):
+                peers = subprocess.run([tool, "-zc", threads, "-1"], input=data, check=True,
+                                       capture_output=True).stdout
+                for own_threads in (1, 3):
+                    self.assertEqual(self.filter("-d", f"-T{own_threads}", input=peers), data)
+                coded = self.filter("--format=bzip2", "-T2", input=data)
+                back = subprocess.run([tool, "-dc", threads], input=coded, check=True,
+                                      capture_output=True).stdout
+                self.assertEqual(back, data)
+
     def test_the_default_level_is_9(self):
         data = text(1000)
         self.assertEqual(self.filter("--format=bzip2", input=data),
@@ -256,6 +275,39 @@ class Threads(support.ToolTest):
             result = self.run_tool("-d", f"-T{threads}", input=bz2.compress(b"data") + rest,
                                    status=WARNING)
             self.assertEqual(result.stdout, b"data")
+
+
+@unittest.skipIf(support.SLOW or not os.path.exists("/proc/self/status"),
+                 "memory of the tool itself is not to be seen")
+class Memory(support.ToolTest):
+    """What the tool holds is as much as its threads work on, however long the stream."""
+
+    def peak(self, *arguments, pieces):
+        """The most bytes in memory until all pieces but the last few bytes are taken."""
+        with subprocess.Popen(support.command(*arguments), stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as process:
+            drain = threading.Thread(target=process.stdout.read)
+            drain.start()
+            for piece in pieces:
+                process.stdin.write(piece)
+            process.stdin.flush()
+            status = pathlib.Path(f"/proc/{process.pid}/status").read_text(encoding="ascii")
+            process.stdin.close()
+            drain.join()
+        self.assertEqual(process.returncode, OK)
+        return 1024 * int(re.search(r"VmHWM:\s*(\d+) kB", status)[1])
+
+    def assert_bounded(self, *arguments, piece):
+        short = self.peak(*arguments, "-T3", pieces=[piece] * 4)
+        long = self.peak(*arguments, "-T3", pieces=[piece] * 40)
+        # Either side of the 36 pieces between them is larger than this.
+        self.assertLess(long - short, 8_000_000)
+
+    def test_compression(self):
+        self.assert_bounded("--format=bzip2", "-1", piece=mixed(1_000_000))
+
+    def test_decompression(self):
+        self.assert_bounded("-d", piece=bz2.compress(mixed(1_000_000), 1))
 
 
 class Files(support.ToolTest):
