@@ -561,5 +561,26 @@ TEST(DecodeLzss, AnyBytesDecodeLikeThePlainRendering) {
   }
 }
 
+TEST(DecodeLzss, AnyBytesDecodeTheSameInPieces) {
+  Random random(13);
+  for (int round = 0; round < 300; ++round) {
+    const Bytes hostile = round % 2 == 0 ? randomBytes(below(random, 200), random())
+                                         : test::mutated(encoded(manyKinds(300, random())), random);
+    const size_t largestRoom = 1 + below(random, 300);
+    const Record record(zebsDecodeLZSSInit_8u);
+    Bytes whole;
+    for (size_t at = 0;;) {
+      const size_t piece = std::min(below(random, 12), hostile.size() - at);
+      const Result result =
+          callLzss(zebsDecodeLZSS_8u, record, std::span(hostile).subspan(at, piece),
+                   1 + below(random, largestRoom));
+      at += result.consumed;
+      append(whole, result.out);
+      if (result.status == zebOk && at == hostile.size()) break;
+    }
+    ASSERT_EQ(whole, test::plainDecodeLzss(hostile, SIZE_MAX));
+  }
+}
+
 }  // namespace
 }  // namespace zebdc
