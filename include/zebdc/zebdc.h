@@ -1364,7 +1364,8 @@ ZEBDC_API void zebsDecodeHuffFree_BZ2_8u16u(ZebDecodeHuffState_BZ2* pState);
  * zebErrSize           *pSrcLen is below 1
  * zebErrGeneral        the record is no decoder's
  * zebErrBadData        a table count outside 2 to 6, no selectors, a selector for no table, a code
- *                      length outside 1 to 20, or more codes of some length than there can be */
+ *                      length outside 1 to 20, or more codes of some length than there can be. The
+ *                      record holds nothing to decode then, and Init starts it anew */
 ZEBDC_API ZebStatus zebsUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int* pCodeLenBits,
                                                     const uint8_t** ppSrc, int* pSrcLen,
                                                     ZebDecodeHuffState_BZ2* pState);
