@@ -141,6 +141,17 @@ TEST(DynamicWriter, HeaderIsTrimmed) {
   EXPECT_EQ(full.distanceCodes, 30);
 }
 
+// Behind the lengths of the literals and the end of the block come the two distance lengths of a
+// block without matches.
+TEST(DynamicWriter, HeaderSendsLengthsInTheLongestRuns) {
+  const auto lengthSymbolsOf = [](const Bytes& bytes) {
+    return headerOf(dynamicBlock(literals(bytes))).lengthSymbols;
+  };
+  EXPECT_EQ(lengthSymbolsOf({0, 139}), 5 + 2) << "138 zeros, then 116";
+  EXPECT_EQ(lengthSymbolsOf({0, 11}), 6 + 2) << "10 zeros, then 138 and 106";
+  EXPECT_EQ(lengthSymbolsOf({0, 1, 2, 3, 4, 5, 6}), 5 + 2) << "a 3 six times more, then zeros";
+}
+
 TEST(DynamicWriter, NoPairsMakeAnEmptyBlock) {
   EXPECT_EQ(test::inflateWithZlib(dynamicBlock({})), Bytes());
 }
@@ -282,6 +293,21 @@ TEST(DynamicWriter, RoomOfZeroKeepsTheHeaderForTheNextCall) {
       EXPECT_EQ(test::inflateWithZlib(encoder.output()), source);
     }
   }
+}
+
+TEST(DynamicWriter, HeaderCutByTheRoomIsFinishedThoughThePairsAreWithheld) {
+  const Bytes text = test::fromText("some text");
+  const Pairs pairs = literals(text);
+  BlockEncoder encoder;
+  encoder.beginBlock();
+  encoder.write(dynamicWriter, pairs, zebLZ77FlushNone);
+  std::span<const ZebLZ77Pair> left = pairs;
+  EXPECT_EQ(encoder.call(dynamicWriter, left, 3, zebLZ77FlushNone), zebWarnDstFull);
+  EXPECT_EQ(left.size(), pairs.size());
+  EXPECT_EQ(encoder.write(dynamicWriter, {}, zebLZ77FlushNone), zebOk);
+  encoder.beginBlock(zebLZ77FlushFinal);
+  EXPECT_EQ(encoder.write(fixedWriter, {}, zebLZ77FlushFinal), zebWarnFinalBlockDone);
+  EXPECT_EQ(test::inflateWithZlib(encoder.output()), text);
 }
 
 TEST(DynamicWriter, PairsThatWereNotPreparedForAreHarmless) {

@@ -305,6 +305,7 @@ std::optional<DynamicHeader> readDynamicHeader(const Bytes& stream, size_t bit) 
   const size_t total = static_cast<size_t>(header.literalCodes + header.distanceCodes);
   while (all.size() < total && !in.failed()) {
     const int symbol = in.takeSymbol(codeLengths);
+    ++header.lengthSymbols;
     if (symbol < 16) {
       all.push_back(symbol);
     } else if (symbol == 16) {

@@ -76,6 +76,7 @@ struct DynamicHeader {
   int codeLengthCodes;  // sent, 4 to 19
   int literalCodes;     // sent, 257 to 286
   int distanceCodes;    // sent, 1 to 30
+  int lengthSymbols;    // of the code-length code, for both
   BlockCodes codes;
   size_t endBit;
 };
