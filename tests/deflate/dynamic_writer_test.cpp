@@ -435,6 +435,27 @@ TEST(SelectHuffMode, RepeatsItsAnswerUntilTheBlockIsWritten) {
   EXPECT_EQ(encoder.select(Pairs{{'a', 0}}), zebLZ77HuffFixed);
 }
 
+TEST(SelectHuffMode, DecidesAfreshOnceTheMatchFinderOrTheFixedWriterHasBegun) {
+  const Pairs dynamicPairs = literals(Bytes(500, 'x'));
+  const Pairs storedPairs = literals(test::randomBytes(500, 9));
+  BlockEncoder encoder;
+  encoder.beginBlock();
+  EXPECT_EQ(encoder.select(dynamicPairs), zebLZ77HuffDynamic);
+  const Bytes source = test::fromText("more");
+  const uint8_t* src = source.data();
+  int srcLen = static_cast<int>(source.size());
+  Pairs found(source.size());
+  ZebLZ77Pair* next = found.data();
+  int room = static_cast<int>(found.size());
+  EXPECT_EQ(zebsEncodeLZ77_8u(&src, &srcLen, &next, &room, zebLZ77FlushNone, encoder.record()),
+            zebOk);
+  EXPECT_EQ(encoder.select(storedPairs), zebLZ77HuffStored);
+
+  std::span<const ZebLZ77Pair> left = storedPairs;
+  EXPECT_EQ(encoder.call(fixedWriter, left, 10, zebLZ77FlushNone), zebWarnDstFull);
+  EXPECT_EQ(encoder.select(dynamicPairs), zebLZ77HuffDynamic);
+}
+
 TEST(SelectHuffMode, ResetForgetsTheAnswerAndTheHeader) {
   BlockEncoder encoder;
   encoder.beginBlock();
