@@ -166,10 +166,12 @@ class Exchange(support.ToolTest):
 
     def test_lengths_from_1_to_a_full_block(self):
         data = text(900_001)
-        for length in (1, 2, 3, 4, 5, 49, 50, 51, 99, 100, 101, 599, 1000, 2399, 32_769, 99_980,
-                       99_981, 99_982, TEXT_LIMIT - 1, TEXT_LIMIT, TEXT_LIMIT + 1, 900_001):
-            with self.subTest(length=length):
-                self.assert_exchange(data[:length])
+        for level, lengths in ((1, (1, 2, 3, 4, 5, 49, 50, 51, 99, 100, 101, 599, 1000, 2399, 32_769,
+                                    99_980, 99_981, 99_982, 100_001)),
+                               (9, (TEXT_LIMIT - 1, TEXT_LIMIT, TEXT_LIMIT + 1, 900_001))):
+            for length in lengths:
+                with self.subTest(level=level, length=length):
+                    self.assert_exchange(data[:length], level)
 
     def test_runs_of_all_lengths_around_the_limits(self):
         lengths = (3, 4, 5, 254, 255, 256, 258, 259, 260, 263, 264, 517, 518, 519)
