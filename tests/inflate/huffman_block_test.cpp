@@ -205,6 +205,28 @@ TEST(HuffmanBlocks, HeaderNeedsSource) {
   EXPECT_EQ(dynamicPairs(decoder, {}).status, zebWarnSrcExhausted);
 }
 
+TEST(HuffmanBlocks, HeaderTakesTwoBytesFromAnEvenAddress) {
+  alignas(2) const uint8_t storedHeader[3] = {};
+  for (const BytesDecoder decode :
+       {zebsDecodeLZ77FixedHuffFull_8u, zebsDecodeLZ77DynamicHuffFull_8u}) {
+    for (const int offset : {0, 1}) {
+      for (const int length : {1, 2}) {
+        Decoder decoder;
+        const uint8_t* src = storedHeader + offset;
+        int srcLen = length;
+        uint8_t room = 0;
+        uint8_t* dst = &room;
+        int dstLen = 1;
+        EXPECT_EQ(decode(&src, &srcLen, &dst, &dstLen, 0, decoder.record()), zebErrGeneral);
+        const int taken = offset == 0 ? length : 1;
+        EXPECT_EQ(src, storedHeader + offset + taken);
+        EXPECT_EQ(srcLen, length - taken);
+        EXPECT_EQ(decoder.state().bitCount, 8 * taken);
+      }
+    }
+  }
+}
+
 TEST(HuffmanBlocks, GoOnBehindGetBlockType) {
   for (const bool dynamic : {false, true}) {
     BitWriter out;
@@ -713,6 +735,12 @@ TEST(DynamicBlock, CodeLengthPatternWithoutCodeIsRefused) {
   EXPECT_EQ(dynamicBytes(decoder, out.finished()).status, zebErrSize);
   EXPECT_EQ(decoder.state().blockState, dynamicLengths);
 
+  Decoder cut;  // to three bits of the pattern
+  const Bytes& stream = out.finished();
+  EXPECT_EQ(dynamicBytes(cut, Bytes(stream.begin(), stream.begin() + 4)).status,
+            zebWarnSrcExhausted);
+  EXPECT_EQ(dynamicBytes(cut, Bytes(stream.begin() + 4, stream.end())).status, zebErrSize);
+
   BitWriter none;
   none.put(1, 1).put(2, 2).put(0, 5).put(0, 5).put(0, 4).put(0, 12).put(0, 64);
   Decoder other;
@@ -791,7 +819,11 @@ TEST(Resynchronisation, FindsTheMarkAndABlockBehindIt) {
       EXPECT_EQ(decoder.state().bitCount, 0);
       EXPECT_EQ(decoder.state().bitBuffer, 0u);
       const Bytes rest(out.finished().end() - outcome.srcLeft, out.finished().end());
-      EXPECT_EQ(fixedPairs(decoder, rest).pairs.size(), 5u);
+      const PairsOutcome behind = fixedPairs(decoder, rest);
+      EXPECT_EQ(behind.status, zebWarnFinalBlockDone);
+      const std::vector<std::pair<int, int>> found = {
+          {'f', 0}, {'o', 0}, {'u', 0}, {'n', 0}, {'d', 0}};
+      EXPECT_EQ(behind.pairs, found);
     }
   }
 }
