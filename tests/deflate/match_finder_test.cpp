@@ -480,6 +480,14 @@ TEST_P(MatchFinderTest, ASecondDictionaryReplacesTheFirst) {
   }
 }
 
+// Only the status tells that a stream has begun, and that is the caller's.
+TEST_P(MatchFinderTest, ADictionaryReplacesAStreamWhoseStatusIsIdle) {
+  Comparison comparison(level());
+  comparison.runAtOnce(test::textLike(100000, 8), 0);
+  comparison.setDictionary(test::textLike(20000, 9));
+  comparison.runAtOnce(test::textLike(60000, 9), 0);
+}
+
 TEST_P(MatchFinderTest, DictionaryChecksComeInOrder) {
   const Encoder encoder(level());
   const Bytes dictionary = test::fromText("dictionary");
