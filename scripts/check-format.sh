@@ -1,5 +1,6 @@
 #!/bin/sh
-# Checks that every source file is as clang-format leaves it; with --fix, makes it so.
+# Checks that every source file is as clang-format leaves it, with --fix makes it so, and that no
+# line is too long and every file ends with the end of a line.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -14,3 +15,10 @@ git ls-files -z -- '*.h' '*.c' '*.cpp' | xargs -0 clang-format $mode
 git ls-files -z -- '*.h' '*.c' '*.cpp' '*.inc' '*.S' | xargs -0 awk '
   length > 100 { print FILENAME ":" FNR ": more than 100 columns"; found = 1 }
   END { exit found }'
+
+git ls-files -z | xargs -0 sh -c '
+  found=0
+  for file; do
+    [ -z "$(tail -c 1 "$file")" ] || { echo "$file: the last line has no end"; found=1; }
+  done
+  exit $found' sh

@@ -104,7 +104,7 @@ ZEBDC_ENTRY(ZebStatus, zebsEncodeLZ77Init_8u)
 ZEBDC_ENTRY(ZebStatus, zebsEncodeLZ77InitAlloc_8u)
 (ZebLZ77ComprLevel level, ZebLZ77Checksum checksum, ZebLZ77State_8u** ppState) {
   return initAllocChecked(
-      ppState, [](int* size) { return *size = encoderStateBytes, zebOk; },
+      ppState, zebdcEntry_zebsEncodeLZ77GetSize_8u,
       [&](ZebLZ77State_8u* state) { initEncoder(encoderState(state), level, checksum); });
 }
 

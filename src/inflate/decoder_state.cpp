@@ -126,7 +126,7 @@ ZEBDC_ENTRY(ZebStatus, zebsDecodeLZ77Init_8u)
 ZEBDC_ENTRY(ZebStatus, zebsDecodeLZ77InitAlloc_8u)
 (ZebLZ77Checksum checksum, ZebLZ77State_8u** ppState) {
   return initAllocChecked(
-      ppState, [](int* size) { return *size = decoderStateBytes, zebOk; },
+      ppState, zebdcEntry_zebsDecodeLZ77GetSize_8u,
       [&](ZebLZ77State_8u* state) { initDecoder(decoderState(state), checksum); });
 }
 
