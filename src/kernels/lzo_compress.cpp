@@ -6,15 +6,13 @@
 // chain and no search inside a match.
 //
 // What decides the speed is one chain of dependent steps from match to match: position, four
-// bytes, hash, dictionary entry, candidate, length, next position; some 45 cycles where entry and
-// candidate come from the second-level cache, and 20 more for every branch that is predicted
-// wrongly. So each entry holds the candidate's first four bytes beside its position, which judges
-// it a load earlier and leaves most of those that fail untouched; and writing a match, which goes
-// on beside the chain, takes no branch that depends on the kind of instruction.
+// bytes, hash, dictionary entry, candidate, length, next position; some 45 cycles, and 20 more for
+// every branch that is predicted wrongly, of which there are nine for ten matches. So each entry
+// holds the candidate's first four bytes beside its position, which judges it a load earlier and
+// leaves most of those that fail untouched; and writing a match, which goes on beside the chain,
+// takes no branch that depends on the kind of instruction.
 //
-// Tried without gain: looking at two positions in one step; comparing 16 or 32 bytes of a match at
-// once, which lengthens the chain for the short matches that prevail; choosing between the two
-// slots without a branch before the first one has failed.
+// docs/decisions/lz.md has what was tried without gain.
 
 #include "kernels/lzo.h"
 
