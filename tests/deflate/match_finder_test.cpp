@@ -562,6 +562,24 @@ TEST(MatchFinderLevelAverage, LooksAtSixteenCandidates) {
   }
 }
 
+// Each short call leaves bytes that are in no table. The 64 latest of such places are remembered:
+// where more of them may lie in the window, a long call has no index.
+TEST(MatchFinderLevelBest, LongCallsBehindManyShortOnes) {
+  constexpr size_t longCall = 12'500;
+  for (const size_t shortCall : {size_t{40}, size_t{505}, size_t{520}}) {
+    for (const size_t calls : {size_t{63}, size_t{64}, size_t{80}}) {
+      SCOPED_TRACE(std::to_string(calls) + " calls of " + std::to_string(shortCall));
+      const Bytes source = test::textLike(2 * (calls * shortCall + longCall), calls);
+      Comparison comparison(zebLZ77LevelBest);
+      size_t call = 0;
+      comparison.run(
+          source, [&] { return call++ % (calls + 1) < calls ? shortCall : longCall; },
+          [] { return 1 << 16; }, [] { return 0; });
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+}
+
 TEST(MatchFinderLevelBest, ThreeByteMatchesStayWithin4096Bytes) {
   for (const size_t distance : {size_t{4096}, size_t{4097}}) {
     Bytes source = test::fromText("abc");
