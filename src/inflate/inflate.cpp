@@ -212,7 +212,7 @@ Progress takeStep(InflateCall& call) {
       return copyMatch(call);
     case stepLiteral:
       return writeLiteral(call);
-    default:
+    default:  // not met: what a call cannot have left is refused when it is loaded
       call.partial.step = stepInvalid;
       return Progress::stop;
   }
