@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 
 #if defined(ZEBDC_BENCH_BZ2)
 #include <bzlib.h>
@@ -70,6 +71,28 @@ size_t moveToFront(const Bytes& source, Bytes& out) {
   return out.size();
 }
 
+// The rule a byte at a time. Compilers turn the loop of the plain rendering into memmove.
+struct BytewiseMoveToFront : test::PlainMoveToFront {
+  uint8_t toFront(size_t position) {
+    uint8_t carried = list[position];
+    for (size_t i = 0; i <= position; ++i) std::swap(carried, list[i]);
+    return list[0];
+  }
+
+  void forward(const Bytes& src, Bytes& dst) {
+    for (size_t i = 0; i < src.size(); ++i) {
+      size_t position = 0;
+      while (list[position] != src[i]) ++position;
+      dst[i] = static_cast<uint8_t>(position);
+      toFront(position);
+    }
+  }
+
+  void inverse(const Bytes& src, Bytes& dst) {
+    for (size_t i = 0; i < src.size(); ++i) dst[i] = toFront(src[i]);
+  }
+};
+
 // Sorted once, when the first of the rows runs.
 struct MoveToFrontData {
   explicit MoveToFrontData(const Bytes& fileIn) : file(fileIn) {}
@@ -84,6 +107,10 @@ struct MoveToFrontData {
     require(out == ranks, "positions differ");
     moveToFront<zebsMTFInv_8u>(ranks, out);
     require(out == sorted, "positions do not lead back");
+    BytewiseMoveToFront().forward(sorted, out);
+    require(out == ranks, "positions of the rule a byte at a time differ");
+    BytewiseMoveToFront().inverse(ranks, out);
+    require(out == sorted, "positions do not lead back a byte at a time");
   }
 
   const Bytes& file;
@@ -106,11 +133,21 @@ void addMoveToFront(const File& file) {
         return d.out.size();
       });
   add(
+      forward + "/bytewise", size, data, +[](MoveToFrontData& d) {
+        BytewiseMoveToFront().forward(d.sorted, d.out);
+        return d.out.size();
+      });
+  add(
       inverse + "/zebdc", size, data,
       +[](MoveToFrontData& d) { return moveToFront<zebsMTFInv_8u>(d.ranks, d.out); });
   add(
       inverse + "/plain", size, data, +[](MoveToFrontData& d) {
         test::PlainMoveToFront().inverse(d.ranks.data(), d.out.data(), d.out.size());
+        return d.out.size();
+      });
+  add(
+      inverse + "/bytewise", size, data, +[](MoveToFrontData& d) {
+        BytewiseMoveToFront().inverse(d.ranks, d.out);
         return d.out.size();
       });
 }
