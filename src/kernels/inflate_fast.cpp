@@ -110,7 +110,7 @@ constexpr InflateFastKernels fastKernels = {toBytes};
 }  // namespace avx2
 ZEBDC_END_TARGET
 
-const InflateFastKernels inflateFastKernels[tierCount] = {
-    baseline::fastKernels, baseline::fastKernels, avx2::fastKernels, avx2::fastKernels};
+constinit const TierTable<InflateFastKernels> inflateFastKernels(
+    {{tierBaseline, baseline::fastKernels}, {tierAvx2, avx2::fastKernels}});
 
 }  // namespace zebdc::kernels

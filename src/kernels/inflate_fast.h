@@ -13,7 +13,7 @@ struct InflateFastKernels {
   void (*toBytes)(InflateInput&, InflateBytes&, const InflateFastTables&);
 };
 
-extern const InflateFastKernels inflateFastKernels[tierCount];
+extern const TierTable<InflateFastKernels> inflateFastKernels;
 
 inline const InflateFastKernels& inflateFast() {
   return inflateFastKernels[activeTier];
