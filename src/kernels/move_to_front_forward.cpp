@@ -84,6 +84,7 @@ void rankGathered(const Steps& steps, uint8_t* bytes, int count, uint8_t (*lists
   }
   steps.core(bytes + done, count - done, lists[0]);
 }
+
 void transform(const Steps& steps, const uint8_t* src, uint8_t* dst, int len, uint8_t* positions) {
   alignas(64) uint8_t lists[chainCount][listSize] = {};
   for (int value = 0; value < listSize; ++value) {
@@ -309,6 +310,7 @@ void rankScattered(uint8_t* bytes, int count, uint8_t* list) {
   timeline.rank(bytes, count);
   timeline.finish(list);
 }
+
 constexpr Steps steps = {gatherChanges, rankAll, rankAll4, rankScattered, 80, scatterBetweenZeros};
 
 void counting(const uint8_t* src, uint8_t* dst, int len, uint8_t* positions) {

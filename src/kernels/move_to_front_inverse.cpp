@@ -300,6 +300,7 @@ void counting(const uint8_t* src, uint8_t* dst, int len, uint8_t* list) {
 }  // namespace
 }  // namespace vpclmul
 ZEBDC_END_TARGET
+
 // ---- AVX-512: the first 64 positions in a register ----------------------------------------------
 
 ZEBDC_BEGIN_AVX512
