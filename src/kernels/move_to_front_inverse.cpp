@@ -29,8 +29,12 @@ struct Steps {
   void (*scatter)(const Piece& piece, uint8_t* dst, int len);
 };
 
+// Below this number of gathered bytes the preparations of coreScattered cost more than it saves.
+constexpr int scatteredMinimum = 64;
+
 // A fifth of the ranks or more beyond the first 16 positions.
 bool areScattered(const uint8_t* ranks, int count) {
+  if (count < scatteredMinimum) return false;
   int far = 0;
   for (int i = 0; i < count; ++i) far += ranks[i] >= 16;
   return 5 * far >= count;
