@@ -25,7 +25,7 @@
 namespace zebdc {
 
 // The same value, of which the compiler then knows nothing: it keeps a choice by masks as it is
-// written instead of making a branch of it.
+// written instead of making a branch of it, and does not put the work off until the value is used.
 template <class T>
 ZEBDC_ALWAYS_INLINE T opaque(T value) {
 #if !ZEBDC_IS_MSVC

@@ -78,11 +78,11 @@ FoundCode litLenCode(const kernels::InflateTables& tables, uint64_t bits) {
   }
   if (kernels::entryCount(entry) > 0) {
     // Two literals may share the entry; only the first is taken.
-    const uint32_t byte = entry >> kernels::entryValueShift & 0xFF;
+    const uint32_t byte = kernels::entryFirst(entry);
     return {FoundCode::literal, tables.litLenLengths[byte], byte, 0};
   }
   return {FoundCode::length, found.codeBits(),
-          (entry >> kernels::entrySecondShift) + kernels::entryShortestMatch,
+          kernels::entrySecond(entry) + kernels::entryShortestMatch,
           static_cast<uint32_t>(found.allBits() - found.codeBits())};
 }
 

@@ -52,7 +52,7 @@ inline Symbol peekSymbol(const BitReader& in, const kernels::InflateTables& tabl
 
   const FoundEntry first = findEntry(tables.litLen, kernels::litLenRootBits, in.bits);
   if (!first.isException() && kernels::entryCount(first.entry) > 0) {
-    const uint32_t byte = first.entry >> kernels::entryValueShift & 0xFF;
+    const uint32_t byte = kernels::entryFirst(first.entry);
     const int bits = tables.litLenLengths[byte];
     return bits <= in.count ? Symbol{Symbol::literal, bits, byte, 0} : incomplete;
   }
@@ -67,10 +67,10 @@ inline Symbol peekSymbol(const BitReader& in, const kernels::InflateTables& tabl
   const int matchBits = firstBits + second.allBits();
   if (matchBits > in.count) return incomplete;
   if (second.isException()) return invalid;
-  return {Symbol::match, matchBits,
-          (first.entry >> kernels::entrySecondShift) + kernels::entryShortestMatch +
-              first.extraBits(in.bits),
-          (second.entry >> kernels::entryValueShift) + second.extraBits(behind)};
+  return {
+      Symbol::match, matchBits,
+      kernels::entrySecond(first.entry) + kernels::entryShortestMatch + first.extraBits(in.bits),
+      (second.entry >> kernels::entryValueShift) + second.extraBits(behind)};
 }
 
 }  // namespace zebdc::inflate

@@ -6,27 +6,35 @@
 // matches that is often predicted wrong. A literal's chain is shift (1 cycle), mask (1), load (5);
 // a match's is twice that, through the distance. So the loop
 //   - takes from an entry all that it needs for the next lookup with a single shift;
+//   - looks up, in front of that branch, what follows an entry of either kind: the next literal or
+//     length, and the distance. After a wrong prediction both are there when the right side starts;
 //   - looks the next entry up before it tops up the bit buffer, and before it copies a match: both
 //     then run beside the load;
 //   - decodes two symbols by one entry where they fit (see inflate_table.h).
 //
+// Nothing is consumed before its symbol has been accepted: `buffer` stands in front of the entry,
+// `behind` behind it, and the loop can be left at any point.
+//
 // Bits. Topping up leaves 56 to 63 bits in hand, and all 64 bits of the buffer are bits of the
 // stream. Four entries of literals consume at most 44 of them and leave enough to look the next one
-// up; then the buffer is topped up. A match consumes at most 15 + 5 + 15 + 13 = 48 bits, or 16 + 28
-// with a literal in front, so between topping up and the end of a match nothing need be tested.
-// The lookup behind a match takes up to 11 bits more; at most 48 + 11 = 59 of the 64 in the buffer.
+// up; then the buffer is topped up. A length consumes at most 15 + 5 bits, or 16 with a literal in
+// front. Three entries of literals in front of it leave enough for the lookup of its distance, of 8
+// bits; then the buffer is topped up, too. A distance consumes at most 15 + 13 bits, and the lookup
+// behind it takes up to 11 more; without literals in front that makes at most 59 of the 64 bits in
+// the buffer.
 //
 // Source. Each turn tops up at most twice, and before the first turn once; to top up reads 8 bytes
 // and goes on by at most 7. So a turn reads no further than 7 + 7 + 8 bytes from where the margin
 // of 24 was last seen.
 //
-// Room. A turn writes at most 4 entries of 2 literals, the literal in front of a match, and the
-// match, whose copy is rounded up to whole steps: 8 + 1 + 288 bytes, within the margin of 304, or
-// 8 + 1 + 1 pairs.
+// Room. A turn writes at most 4 entries of 2 literals; or 3 of them, the literal in front of a
+// match, and the match, whose copy is rounded up to whole steps: 6 + 1 + 288 bytes, within the
+// margin of 304, or 6 + 1 + 1 pairs.
 //
 // Tried and dropped:
-//   - choosing between room and history for each match without a branch: 7 % slower than to decode
-//     beside the history and to copy the result (which the callers do where they can);
+//   - choosing between room and history for each match without a branch, which saves the copy that
+//     decoding beside the history takes (as the callers do where they can): 3 % faster on an idle
+//     core, but 2 to 7 % slower on one that shares its units with another thread, and on Zen 4;
 //   - three literals between topping up, and testing before topping up a second time: 1 % slower;
 //   - single symbols in all entries: up to 20 % slower on text.
 
@@ -43,20 +51,27 @@ namespace {
 
 constexpr int literalsBetweenRefills = 4;
 
+constexpr int longestLength = 15 + 5;  // bits of code and extra bits
+constexpr int longestDistance = 15 + 13;
+
 static_assert(literalsBetweenRefills * litLenRootBits + litLenRootBits <= bitsRefilled);
-static_assert(15 + 5 + 15 + 13 + litLenRootBits <= 64);
-static_assert(litLenRootBits + 5 + 15 + 13 <= bitsRefilled);
+static_assert((literalsBetweenRefills - 1) * litLenRootBits + longestLength <= bitsRefilled);
+static_assert((literalsBetweenRefills - 1) * litLenRootBits + longestLength + distanceRootBits <=
+              64);
+static_assert(longestDistance + litLenRootBits <= bitsRefilled);
+static_assert(longestLength + longestDistance <= bitsRefilled);
+static_assert(longestLength + longestDistance + litLenRootBits <= 64);
 static_assert(7 + 7 + 8 <= inflateSourceMargin);
-static_assert(2 * literalsBetweenRefills + 1 +
+static_assert(2 * (literalsBetweenRefills - 1) + 1 +
                   (longestMatch + copyStep - 1) / copyStep * copyStep <=
               inflateBytesMargin);
-static_assert(2 * literalsBetweenRefills + 1 + 1 <= inflatePairsMargin);
+static_assert(2 * literalsBetweenRefills <= inflatePairsMargin);
 
 // The extra bits of a length or a distance. Its entry has neither flags nor count in the bytes that
 // the shifts look at.
-ZEBDC_ALWAYS_INLINE uint32_t extraBits(uint64_t entry, uint64_t bits) {
-  const uint64_t codeAndExtra = bits & ((uint64_t{1} << static_cast<uint8_t>(entry)) - 1);
-  return static_cast<uint32_t>(codeAndExtra >> (entry >> entryCodeBitsShift & 63));
+ZEBDC_ALWAYS_INLINE uint64_t extraBits(uint64_t entry, uint64_t bits) {
+  const uint64_t codeAndExtra = bits & ((uint64_t{1} << (entry & entryAllBits)) - 1);
+  return codeAndExtra >> (entry >> entryCodeBitsShift & 63);
 }
 
 // The entry of a subtable, the pointer to which has been consumed.
@@ -78,20 +93,20 @@ struct ByteSink {
 
   ZEBDC_ALWAYS_INLINE void literals(uint64_t entry) {
     store<uint16_t>(dst, static_cast<uint16_t>(entry >> entryValueShift));
-    dst += entry >> entryCountShift & entryCountMask;
+    dst += entry >> entryCountShift;
   }
 
   ZEBDC_ALWAYS_INLINE void literal(uint64_t entry) {
     *dst = static_cast<uint8_t>(entry >> entryValueShift);
-    dst += entry >> entryCountShift & entryCountMask;
+    dst += entry >> entryCountShift;
   }
 };
 
 // Matches within the room, which is known to be long enough behind begin.
 struct FreeSink : ByteSink {
-  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+  ZEBDC_ALWAYS_INLINE bool accepts(uint64_t) const { return true; }
 
-  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
+  ZEBDC_ALWAYS_INLINE void match(uint64_t length, uint64_t distance) {
     copyMatch(dst - distance, dst, length, distance);
     dst += length;
   }
@@ -99,15 +114,15 @@ struct FreeSink : ByteSink {
 
 // Matches within the room.
 struct CheckedSink : FreeSink {
-  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t distance) const {
+  ZEBDC_ALWAYS_INLINE bool accepts(uint64_t distance) const {
     return distance <= static_cast<uint64_t>(dst - begin);
   }
 };
 
 // A match of which the first bytes stand before `to`, at the end of the history, and the others
 // from begin on.
-ZEBDC_NOINLINE void copyStraddlingMatch(const uint8_t* historyEnd, uint32_t inHistory,
-                                        const uint8_t* begin, uint8_t* to, uint32_t length) {
+ZEBDC_NOINLINE void copyStraddlingMatch(const uint8_t* historyEnd, uint64_t inHistory,
+                                        const uint8_t* begin, uint8_t* to, uint64_t length) {
   memcpy(to, historyEnd - inHistory, inHistory);
   to += inHistory;
   for (; length > inHistory; --length) *to++ = *begin++;
@@ -117,12 +132,12 @@ ZEBDC_NOINLINE void copyStraddlingMatch(const uint8_t* historyEnd, uint32_t inHi
 struct HistorySink : ByteSink {
   const uint8_t* const historyEnd;
 
-  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+  ZEBDC_ALWAYS_INLINE bool accepts(uint64_t) const { return true; }
 
-  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
+  ZEBDC_ALWAYS_INLINE void match(uint64_t length, uint64_t distance) {
     const int64_t position = (dst - begin) - static_cast<int64_t>(distance);
     if (static_cast<uint64_t>(-position - 1) < length - 1) {
-      copyStraddlingMatch(historyEnd, static_cast<uint32_t>(-position), begin, dst, length);
+      copyStraddlingMatch(historyEnd, static_cast<uint64_t>(-position), begin, dst, length);
     } else {
       const int64_t toHistory = position >> 63 & (historyEnd - begin);
       copyMatch(begin + position + toHistory, dst, length, distance);
@@ -135,20 +150,20 @@ struct PairSink {
   ZebLZ77Pair* dst;
 
   ZEBDC_ALWAYS_INLINE void literals(uint64_t entry) {
-    store(dst, static_cast<uint32_t>(entry >> entryValueShift & 0xFF));
-    store(dst + 1, static_cast<uint32_t>(entry >> entrySecondShift));
-    dst += entry >> entryCountShift & entryCountMask;
+    store(dst, static_cast<uint32_t>(entryFirst(entry)));
+    store(dst + 1, static_cast<uint32_t>(entrySecond(entry)));
+    dst += entry >> entryCountShift;
   }
 
   ZEBDC_ALWAYS_INLINE void literal(uint64_t entry) {
-    store(dst, static_cast<uint32_t>(entry >> entryValueShift & 0xFF));
-    dst += entry >> entryCountShift & entryCountMask;
+    store(dst, static_cast<uint32_t>(entryFirst(entry)));
+    dst += entry >> entryCountShift;
   }
 
-  ZEBDC_ALWAYS_INLINE bool accepts(uint32_t) const { return true; }
+  ZEBDC_ALWAYS_INLINE bool accepts(uint64_t) const { return true; }
 
-  ZEBDC_ALWAYS_INLINE void match(uint32_t length, uint32_t distance) {
-    store(dst++, length | distance << 16);
+  ZEBDC_ALWAYS_INLINE void match(uint64_t length, uint64_t distance) {
+    store(dst++, static_cast<uint32_t>(length | distance << 16));
   }
 };
 
@@ -161,58 +176,81 @@ ZEBDC_ALWAYS_INLINE void decodeSymbols(BitBuffer& buffer, Sink& sink, const Infl
                                        const uint8_t* lastSrc, const Element* lastDst) {
   const uint32_t* const litLen = tables.litLen;
   const uint32_t* const distances = tables.distance;
-  const auto lookUp = [&] { return uint64_t{litLen[buffer.bits & litLenRootMask]}; };
-  uint64_t entry = lookUp();
+  const auto lookUp = [&](const BitBuffer& at) {
+    return uint64_t{litLen[at.bits & litLenRootMask]};
+  };
+  const auto lookUpDistance = [&](const BitBuffer& at) {
+    return uint64_t{distances[at.bits & distanceRootMask]};
+  };
+  uint64_t entry = lookUp(buffer);
   do {
+    BitBuffer behind = buffer;
+    behind.consume(entry);
+    uint64_t next = opaque(lookUp(behind));
+    uint64_t distanceEntry = opaque(lookUpDistance(behind));
     if (entry & entryLiterals) {
-      for (int i = 0; i < literalsBetweenRefills && (entry & entryLiterals); ++i) {
+      int entries = 1;
+      for (; entries < literalsBetweenRefills; ++entries) {
         sink.literals(entry);
-        buffer.consume(entry);
-        entry = lookUp();
+        buffer = behind;
+        entry = next;
+        behind.consume(entry);
+        next = opaque(lookUp(behind));
+        distanceEntry = opaque(lookUpDistance(behind));
+        if ((entry & entryLiterals) == 0) break;
       }
-      buffer.refill();
-      if (entry & entryLiterals) continue;
-    }
-
-    const BitBuffer bufferBefore = buffer;
-    Element* const dstBefore = sink.dst;
-    const auto stop = [&] {
-      buffer = bufferBefore;
-      sink.dst = dstBefore;
-    };
-
-    if (entry & entryException) {
-      if ((entry & entrySubtable) == 0) return;
-      buffer.consume(entry);
-      entry = subtableEntry(litLen, entry, buffer.bits);
-      if (entry & entryLiterals) {
+      if (entries == literalsBetweenRefills) {
         sink.literals(entry);
-        buffer.consume(entry);
-        entry = lookUp();
-        buffer.refill();
+        behind.refill();
+        buffer = behind;
+        entry = next;
         continue;
       }
-      if (entry & entryException) return stop();
+      behind.refill();
     }
+
+    uint64_t codeAndExtra = buffer.bits;
+    if (entry & entryException) [[unlikely]] {
+      if ((entry & entrySubtable) == 0) return;
+      entry = subtableEntry(litLen, entry, behind.bits);
+      if (entry & entryException) return;
+      codeAndExtra = behind.bits;
+      behind.consume(entry);
+      if (entry & entryLiterals) {
+        sink.literals(entry);
+        entry = lookUp(behind);
+        behind.refill();
+        buffer = behind;
+        continue;
+      }
+      distanceEntry = lookUpDistance(behind);
+    }
+    Element* const dstBefore = sink.dst;
     sink.literal(entry);
-    const uint32_t length = static_cast<uint32_t>(entry >> entrySecondShift) + entryShortestMatch +
-                            extraBits(entry, buffer.bits);
-    buffer.consume(entry);
+    const uint64_t length =
+        entrySecond(entry) + entryShortestMatch + extraBits(entry, codeAndExtra);
 
-    uint64_t distanceEntry = distances[buffer.bits & distanceRootMask];
-    if (distanceEntry & entryException) {
-      if ((distanceEntry & entrySubtable) == 0) return stop();
-      buffer.consume(distanceEntry);
-      distanceEntry = subtableEntry(distances, distanceEntry, buffer.bits);
-      if (distanceEntry & entryException) return stop();
+    if (distanceEntry & entryException) [[unlikely]] {
+      if (distanceEntry & entrySubtable) {
+        behind.consume(distanceEntry);
+        distanceEntry = subtableEntry(distances, distanceEntry, behind.bits);
+      }
+      if (distanceEntry & entryException) {
+        sink.dst = dstBefore;
+        return;
+      }
     }
-    const uint32_t distance = static_cast<uint32_t>(distanceEntry >> entryValueShift) +
-                              extraBits(distanceEntry, buffer.bits);
-    buffer.consume(distanceEntry);
-    if (!sink.accepts(distance)) return stop();
+    const uint64_t distance =
+        (distanceEntry >> entryValueShift) + extraBits(distanceEntry, behind.bits);
+    behind.consume(distanceEntry);
+    if (!sink.accepts(distance)) {
+      sink.dst = dstBefore;
+      return;
+    }
 
-    entry = lookUp();
-    buffer.refill();
+    entry = lookUp(behind);
+    behind.refill();
+    buffer = behind;
     sink.match(length, distance);
   } while (buffer.src <= lastSrc && sink.dst <= lastDst);
 }

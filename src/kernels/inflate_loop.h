@@ -72,19 +72,26 @@ constexpr std::array<Repetition, vectorBytes> makeRepetitions() {
 }
 inline constexpr std::array<Repetition, vectorBytes> repetitions = makeRepetitions();
 
-// Copies a match of 3 to 258 bytes, forward in effect; writes up to a multiple of copyStep bytes.
-// Vectors do not overlap what they are copied from from a distance of 16 on; below, the period is
-// spread over a vector once and stored as often as need be.
-ZEBDC_ALWAYS_INLINE void copyMatch(const uint8_t* from, uint8_t* dst, uint32_t length,
-                                   uint32_t distance) {
-  uint8_t* const end = dst + length;
-  if (distance >= vectorBytes) {
-    do {
-      copyVector(from, dst);
-      copyVector(from + vectorBytes, dst + vectorBytes);
-      from += copyStep;
-      dst += copyStep;
-    } while (dst < end);
+ZEBDC_ALWAYS_INLINE void copyTwoVectors(const uint8_t* from, uint8_t* to) {
+  copyVector(from, to);
+  copyVector(from + vectorBytes, to + vectorBytes);
+}
+
+// Copies a match of 3 to 258 bytes, forward in effect; writes up to a multiple of copyStep bytes
+// and reads as much of its source. From a distance of 16 on a vector does not overlap the one that
+// it is copied from, and an overlap behind the end of the match does no harm; in other cases the
+// period is spread over a vector once and stored as often as need be. The branch goes by the
+// overlap because short distances are common and overlaps are rare.
+ZEBDC_ALWAYS_INLINE void copyMatch(const uint8_t* from, uint8_t* dst, uint64_t length,
+                                   uint64_t distance) {
+  const uint8_t* const end = dst + length;
+  if (length <= distance || distance >= vectorBytes) [[likely]] {
+    copyTwoVectors(from, dst);
+    while (end - dst > copyStep) [[unlikely]] {
+        from += copyStep;
+        dst += copyStep;
+        copyTwoVectors(from, dst);
+      }
   } else {
     const Repetition& repetition = repetitions[distance];
     const __m128i period =

@@ -7,14 +7,14 @@
 // where both codes fit the root together: two literals are written at once, and the branch between
 // literal and match, which nothing predicts well, is taken less often.
 //
-//    31      24 23      16 15   14  13  12  11        8  7   6  5        0
-//   +----------+----------+-------+---+---+------------+---+---+----------+
-//   |  second  |  first   | count | E | S | code bits  | L | X | all bits |
-//   +----------+----------+-------+---+---+------------+---+---+----------+
+//    31 30 29      22 21      14  13  12  11        8  7   6  5        0
+//   +-----+----------+----------+---+---+------------+---+---+----------+
+//   |count|  second  |  first   | E | S | code bits  | L | X | all bits |
+//   +-----+----------+----------+---+---+------------+---+---+----------+
 //
+//   count      of literals: 0 to 2
 //   second     length - 3 of a match; the second literal; of a lone literal once more the first
 //   first      the literal in front
-//   count      of literals: 0 to 2
 //   E          with X: end of block
 //   S          with X: pointer to a subtable. "second" and "first" together are the index at which
 //              it starts, "code bits" the number of bits that index it, behind those of the root.
@@ -27,11 +27,12 @@
 // "All bits" stands lowest so that the entry itself serves as the count of a 64-bit shift, which
 // takes its six low bits, and as the subtrahend from a count of which only those bits are looked
 // at. X and L share its byte because they are 0 in the entry of a match, where that byte is the
-// count of bits to extract; E and S above "code bits" likewise.
+// count of bits to extract; E and S above "code bits" likewise. The count of literals stands
+// highest because every literal needs it: one shift gets it out.
 //
-// The entries of the distance code have the same fields but for the upper half, which is the base
-// of the distance. In a subtable the bits of the root are not counted again: a decoder consumes
-// them first. Subtables hold single symbols.
+// The entries of the distance code have the same fields but for "second" and "first", which
+// together are the base of the distance. In a subtable the bits of the root are not counted again:
+// a decoder consumes them first. Subtables hold single symbols.
 #ifndef ZEBDC_KERNELS_INFLATE_TABLE_H
 #define ZEBDC_KERNELS_INFLATE_TABLE_H
 
@@ -46,10 +47,9 @@ inline constexpr int entryCodeBitsShift = 8;
 inline constexpr uint32_t entryCodeBitsMask = 0xF;
 inline constexpr uint32_t entrySubtable = 1u << 12;
 inline constexpr uint32_t entryEndOfBlock = 1u << 13;
-inline constexpr int entryCountShift = 14;
-inline constexpr uint32_t entryCountMask = 3;
-inline constexpr int entryValueShift = 16;  // of "first", and of the whole upper half
-inline constexpr int entrySecondShift = 24;
+inline constexpr int entryValueShift = 14;  // of "first", and of "second" and "first" together
+inline constexpr int entrySecondShift = 22;
+inline constexpr int entryCountShift = 30;
 inline constexpr uint32_t entryShortestMatch = 3;
 
 // Eleven bits hold nearly all codes, and many pairs of codes; a larger table would cost more to
@@ -64,7 +64,17 @@ constexpr uint32_t entryCodeBits(uint32_t entry) {
 }
 
 constexpr uint32_t entryCount(uint32_t entry) {
-  return (entry >> entryCountShift) & entryCountMask;
+  return entry >> entryCountShift;
+}
+
+template <class Word>
+constexpr Word entryFirst(Word entry) {
+  return entry >> entryValueShift & 0xFF;
+}
+
+template <class Word>
+constexpr Word entrySecond(Word entry) {
+  return entry >> entrySecondShift & 0xFF;
 }
 
 // The tables of a block, and what they were built from.

@@ -72,7 +72,8 @@ uint32_t plainEntry(const Shape& shape, const Lengths& lengths, const std::vecto
   if (next < 0 || lengths[static_cast<size_t>(next)] > left) return single;
   const uint32_t second = shape.entries[static_cast<size_t>(next)];
   if (second & entryException) return single;
-  return ((second & 0xFF00FFFF) | static_cast<uint32_t>(symbol) << 16) +
+  constexpr uint32_t first = 0xFFu << kernels::entryValueShift;
+  return ((second & ~first) | static_cast<uint32_t>(symbol) << kernels::entryValueShift) +
          codeBitsEntry(length + lengths[static_cast<size_t>(next)]) +
          (1u << kernels::entryCountShift);
 }
