@@ -6,7 +6,7 @@
 
 #include "frame/entry.h"
 #include "inflate/history.h"
-#include "kernels/inflate_block.h"
+#include "kernels/pair_expansion.h"
 
 namespace zebdc::inflate {
 namespace {
@@ -26,7 +26,7 @@ size_t expandBesideHistory(DecoderState& state, const ZebLZ77Pair* pairs, size_t
   uint8_t* const dst = state.window + state.historyLen;
   const uint32_t free = static_cast<uint32_t>(windowAreaBytes - state.historyLen);
   kernels::InflateBytes scratch = {state.window, dst, dst + std::min(free, out.room())};
-  const size_t expanded = kernels::inflate().expand(pairs, count, scratch);
+  const size_t expanded = kernels::pairExpansion().expand(pairs, count, scratch);
   const size_t bytes = static_cast<size_t>(scratch.dst - dst);
   memcpy(out.dst, dst, bytes);
   out.dst += bytes;
@@ -37,7 +37,7 @@ size_t expandBesideHistory(DecoderState& state, const ZebLZ77Pair* pairs, size_t
 size_t expandFast(DecoderState& state, const ZebLZ77Pair* pairs, size_t count, ByteOutput& out) {
   if (out.written() == 0) return expandBesideHistory(state, pairs, count, out);
   kernels::InflateBytes bytes = {out.begin, out.dst, out.end};
-  const size_t expanded = kernels::inflate().expand(pairs, count, bytes);
+  const size_t expanded = kernels::pairExpansion().expand(pairs, count, bytes);
   out.dst = bytes.dst;
   return expanded;
 }

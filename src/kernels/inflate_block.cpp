@@ -50,7 +50,6 @@ namespace zebdc::kernels {
 namespace {
 
 constexpr int literalsBetweenRefills = 4;
-
 constexpr int longestLength = 15 + 5;  // bits of code and extra bits
 constexpr int longestDistance = 15 + 13;
 
@@ -294,26 +293,6 @@ ZEBDC_ALWAYS_INLINE void decodeToPairs(InflateInput& in, InflatePairs& out,
   out.dst = sink.dst;
 }
 
-ZEBDC_ALWAYS_INLINE size_t expandPairs(const ZebLZ77Pair* pairs, size_t count, InflateBytes& out) {
-  if (out.end - out.dst < inflateBytesMargin) return 0;
-  const uint8_t* const lastDst = out.end - inflateBytesMargin;
-  uint8_t* dst = out.dst;
-  size_t i = 0;
-  for (; i < count && dst <= lastDst; ++i) {
-    const uint32_t length = pairs[i].length;
-    const uint32_t distance = pairs[i].offset;
-    if (distance == 0) {
-      *dst++ = static_cast<uint8_t>(length);
-      continue;
-    }
-    if (distance > static_cast<uint64_t>(dst - out.begin) || length > longestMatch) break;
-    copyMatch(dst - distance, dst, length, distance);
-    dst += length;
-  }
-  out.dst = dst;
-  return i;
-}
-
 }  // namespace
 
 #define ZEBDC_INFLATE_KERNELS                                                             \
@@ -327,10 +306,7 @@ ZEBDC_ALWAYS_INLINE size_t expandPairs(const ZebLZ77Pair* pairs, size_t count, I
   void toPairs(InflateInput& in, InflatePairs& out, const InflateTables& tables) {        \
     decodeToPairs(in, out, tables);                                                       \
   }                                                                                       \
-  size_t expand(const ZebLZ77Pair* pairs, size_t count, InflateBytes& out) {              \
-    return expandPairs(pairs, count, out);                                                \
-  }                                                                                       \
-  constexpr InflateKernels kernels = {toBytes, toBytesWithHistory, toPairs, expand};
+  constexpr InflateKernels kernels = {toBytes, toBytesWithHistory, toPairs};
 
 namespace baseline {
 namespace {

@@ -54,9 +54,6 @@ struct InflateKernels {
   void (*toBytesWithHistory)(InflateInput&, InflateBytes&, const uint8_t* historyEnd,
                              const InflateTables&);
   void (*toPairs)(InflateInput&, InflatePairs&, const InflateTables&);
-  // Expands pairs, from the first on, as long as they are literals or matches of 3 to 258 bytes
-  // that do not reach before begin, and there is room. Returns how many.
-  size_t (*expand)(const ZebLZ77Pair* pairs, size_t count, InflateBytes&);
 };
 
 extern const TierTable<InflateKernels> inflateKernels;

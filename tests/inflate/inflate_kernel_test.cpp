@@ -13,6 +13,7 @@
 #include "inflate/fast_table.h"
 #include "inflate/streams.h"
 #include "kernels/inflate_fast.h"
+#include "kernels/pair_expansion.h"
 #include "support/guarded_buffer.h"
 
 namespace zebdc::inflate {
@@ -49,17 +50,23 @@ DistanceLengths distanceLengths() {
 struct PackedTables {
   uint32_t litLen[litLenTableRoom];
   uint32_t distance[distanceTableRoom];
-  LitLenLengths lengths = litLenLengths();
+  LitLenLengths lengths;
 
-  PackedTables() {
+  PackedTables(const LitLenLengths& litLens, const DistanceLengths& distances) : lengths(litLens) {
     buildLitLenTable(lengths.data(), deflate::literalSymbols, litLen);
-    buildDistanceTable(distanceLengths().data(), deflate::distanceSymbols, distance);
+    buildDistanceTable(distances.data(), deflate::distanceSymbols, distance);
   }
+
+  operator kernels::InflateTables() const { return {litLen, distance, lengths.data()}; }
 };
 
 kernels::InflateTables packedTables() {
-  static const PackedTables tables;
-  return {tables.litLen, tables.distance, tables.lengths.data()};
+  static const PackedTables tables(litLenLengths(), distanceLengths());
+  return tables;
+}
+
+test::Code codeOf(const auto& lengths) {
+  return test::Code({lengths.begin(), lengths.end()});
 }
 
 // Symbols of a block, with the positions between them.
@@ -71,14 +78,12 @@ struct Symbols {
   Bytes output;
 };
 
-// Literals, and matches of all lengths that reach up to `history` bytes before the output.
+// Literals, few or many in a row, and matches of all lengths that reach up to `history` bytes
+// before the output.
 Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) {
   test::BitWriter header;
   test::BitWriter out;
-  const LitLenLengths forLitLen = litLenLengths();
-  const DistanceLengths forDistance = distanceLengths();
-  test::BlockWriter block(out, test::Code({forLitLen.begin(), forLitLen.end()}),
-                          test::Code({forDistance.begin(), forDistance.end()}));
+  test::BlockWriter block(out, codeOf(litLenLengths()), codeOf(distanceLengths()));
   Symbols symbols;
   Bytes all = history;
   const auto note = [&] {
@@ -86,8 +91,9 @@ Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) 
     symbols.bytes.push_back(all.size() - history.size());
   };
   note();
+  const size_t literalsForMatch = test::below(random, 4) == 0 ? test::below(random, 60) : 1;
   while (symbols.items.size() < count) {
-    if (all.empty() || test::below(random, 2) == 0) {
+    if (all.empty() || test::below(random, literalsForMatch + 1) != 0) {
       all.push_back(static_cast<uint8_t>(random()));
       symbols.items.push_back({all.back(), 0});
       block.literal(all.back());
@@ -245,6 +251,31 @@ TEST_P(InflateByteKernels, StopInFrontOfAMatchThatReachesTooFar) {
   }
 }
 
+// A literal and the match behind it may be one entry of the table. When the match reaches too far,
+// the literal is left with it.
+TEST(InflateKernels, BytesBeforeAMatchThatReachesTooFar) {
+  LitLenLengths litLens = {};
+  litLens['a'] = 1;
+  litLens[deflate::endOfBlock] = litLens[deflate::firstLengthSymbol] = 2;
+  DistanceLengths distances = {};
+  std::fill_n(distances.begin(), 4, uint16_t{2});
+  const PackedTables tables(litLens, distances);
+
+  for (size_t literals = 0; literals < 4; ++literals) {
+    test::BitWriter writer;
+    test::BlockWriter block(writer, codeOf(litLens), codeOf(distances));
+    block.literals(std::string(literals, 'a')).match(3, 4).literals(std::string(300, 'a')).end();
+    const Bytes source = writer.finished();
+    GuardedBuffer room(1000);
+    InflateInput in = {source.data(), source.data() + source.size(), 0, 0};
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytes(in, out, tables);
+    const ptrdiff_t written = out.dst - room.data();
+    EXPECT_LE(written, static_cast<ptrdiff_t>(literals));
+    EXPECT_EQ((in.src - source.data()) * 8 - in.count, written);  // a literal has one bit
+  }
+}
+
 TEST(InflateKernels, Pairs) {
   test::Random random(5);
   const Bytes history = test::randomBytes(32768, 1);
@@ -268,7 +299,7 @@ TEST(InflateKernels, Pairs) {
 
 TEST(InflateKernels, Expansion) {
   test::Random random(6);
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 400; ++round) {
     const size_t already = round % 2 ? 0 : 1000;
     const Bytes history = test::randomBytes(already, 1);
     const Symbols symbols = randomSymbols(random, test::below(random, 1500), history);
@@ -279,19 +310,27 @@ TEST(InflateKernels, Expansion) {
     if (already > 0) memcpy(room.data(), history.data(), already);
     InflateBytes out = {room.data(), room.data() + already, room.end()};
     const size_t items =
-        kernels::inflate().expand(pairs.as<ZebLZ77Pair>(), symbols.items.size(), out);
+        kernels::pairExpansion().expand(pairs.as<ZebLZ77Pair>(), symbols.items.size(), out);
     expectOutput(symbols, room.data() + already, out, items);
     EXPECT_TRUE(items == symbols.items.size() || out.end - out.dst < kernels::inflateBytesMargin);
   }
 }
 
+// At the odd pair it stops wherever that stands, in whole blocks of pairs and behind them.
 TEST(InflateKernels, ExpansionStopsAtPairsOutOfTheOrdinary) {
-  GuardedBuffer room(1000);
-  for (const ZebLZ77Pair odd : {ZebLZ77Pair{5, 2}, ZebLZ77Pair{259, 1}, ZebLZ77Pair{65535, 1}}) {
-    const ZebLZ77Pair pairs[] = {{'a', 0}, odd, {'b', 0}};
-    InflateBytes out = {room.data(), room.data(), room.end()};
-    EXPECT_EQ(kernels::inflate().expand(pairs, 3, out), 1u);
-    EXPECT_EQ(out.dst, room.data() + 1);
+  constexpr size_t count = 400;
+  GuardedBuffer room(count + 1000);
+  for (size_t position = 0; position < count; ++position) {
+    const ZebLZ77Pair tooFar = {5, static_cast<uint16_t>(position + 1)};
+    for (const ZebLZ77Pair odd : {tooFar, ZebLZ77Pair{259, 1}, ZebLZ77Pair{65535, 1}}) {
+      std::vector<ZebLZ77Pair> pairs(count);
+      for (size_t i = 0; i < count; ++i) pairs[i].length = static_cast<uint16_t>(i);
+      pairs[position] = odd;
+      InflateBytes out = {room.data(), room.data(), room.end()};
+      ASSERT_EQ(kernels::pairExpansion().expand(pairs.data(), count, out), position);
+      ASSERT_EQ(out.dst, room.data() + position);
+      for (size_t i = 0; i < position; ++i) ASSERT_EQ(room[i], static_cast<uint8_t>(i));
+    }
   }
 }
 
