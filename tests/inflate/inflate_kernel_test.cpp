@@ -316,6 +316,25 @@ TEST(InflateKernels, Expansion) {
   }
 }
 
+// A long run in front of a long match, and the room ends at any byte of them.
+TEST(InflateKernels, ExpansionStaysInTheRoom) {
+  std::vector<ZebLZ77Pair> pairs;
+  for (const size_t run : {63, 40, 20, 0, 62}) {
+    pairs.insert(pairs.end(), run, ZebLZ77Pair{'a', 0});
+    pairs.push_back({258, 1});
+  }
+  const size_t output = 63 + 40 + 20 + 62 + 5 * 258;
+  for (size_t size = 0; size < output + 400; ++size) {
+    GuardedBuffer room(size);
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    const size_t items = kernels::pairExpansion().expand(pairs.data(), pairs.size(), out);
+    const size_t written = static_cast<size_t>(out.dst - room.data());
+    EXPECT_TRUE(items == pairs.size() ? written == output
+                                      : out.end - out.dst < kernels::inflateBytesMargin);
+    EXPECT_TRUE(std::all_of(room.data(), out.dst, [](uint8_t byte) { return byte == 'a'; }));
+  }
+}
+
 // At the odd pair it stops wherever that stands, in whole blocks of pairs and behind them.
 TEST(InflateKernels, ExpansionStopsAtPairsOutOfTheOrdinary) {
   constexpr size_t count = 400;
