@@ -66,8 +66,8 @@ static_assert(2 * (literalsBetweenRefills - 1) + 1 +
               inflateBytesMargin);
 static_assert(2 * literalsBetweenRefills <= inflatePairsMargin);
 
-// The extra bits of a length or a distance. Its entry has neither flags nor count in the bytes that
-// the shifts look at.
+// The extra bits of a length or a distance. In its entry the flags above "code bits", which the
+// count of the shift takes in, are 0.
 ZEBDC_ALWAYS_INLINE uint64_t extraBits(uint64_t entry, uint64_t bits) {
   const uint64_t codeAndExtra = bits & ((uint64_t{1} << (entry & entryAllBits)) - 1);
   return codeAndExtra >> (entry >> entryCodeBitsShift & 63);

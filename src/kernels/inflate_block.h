@@ -2,8 +2,9 @@
 //
 // They decode whole symbols as long as neither source nor room is near its end, and stop in front
 // of the first symbol that they leave to their caller: the end of the block, an invalid symbol, or
-// whatever comes within the margins below. Then every field tells the state between two symbols,
-// the same that decoding symbol by symbol would have reached there.
+// whatever comes within the margins below. A literal in front of a match that cannot be written may
+// be left with it. Then every field tells the state between two symbols, the same that decoding
+// symbol by symbol would have reached there.
 #ifndef ZEBDC_KERNELS_INFLATE_BLOCK_H
 #define ZEBDC_KERNELS_INFLATE_BLOCK_H
 

@@ -77,11 +77,11 @@ ZEBDC_ALWAYS_INLINE void copyTwoVectors(const uint8_t* from, uint8_t* to) {
   copyVector(from + vectorBytes, to + vectorBytes);
 }
 
-// Copies a match of 3 to 258 bytes, forward in effect; writes up to a multiple of copyStep bytes
-// and reads as much of its source. From a distance of 16 on a vector does not overlap the one that
-// it is copied from, and an overlap behind the end of the match does no harm; in other cases the
-// period is spread over a vector once and stored as often as need be. The branch goes by the
-// overlap because short distances are common and overlaps are rare.
+// Copies a match of up to 258 bytes, forward in effect; may read and write whole steps of copyStep
+// bytes, at least one. From a distance of 16 on a vector does not overlap the one that it is copied
+// from, and an overlap behind the end of the match does no harm; in other cases the period is
+// spread over a vector once and stored as often as need be. The branch goes by the overlap because
+// short distances are common and overlaps are rare.
 ZEBDC_ALWAYS_INLINE void copyMatch(const uint8_t* from, uint8_t* dst, uint64_t length,
                                    uint64_t distance) {
   const uint8_t* const end = dst + length;

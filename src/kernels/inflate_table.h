@@ -26,9 +26,9 @@
 //
 // "All bits" stands lowest so that the entry itself serves as the count of a 64-bit shift, which
 // takes its six low bits, and as the subtrahend from a count of which only those bits are looked
-// at. X and L share its byte because they are 0 in the entry of a match, where that byte is the
-// count of bits to extract; E and S above "code bits" likewise. The count of literals stands
-// highest because every literal needs it: one shift gets it out.
+// at. E and S stand above "code bits" because they are 0 in the entry of a match, where these six
+// bits are the count of a shift, too. The count of literals stands highest because every literal
+// needs it: one shift gets it out.
 //
 // The entries of the distance code have the same fields but for "second" and "first", which
 // together are the base of the distance. In a subtable the bits of the root are not counted again:

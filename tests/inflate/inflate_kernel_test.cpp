@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ostream>
 
 #include "deflate/format.h"
 #include "inflate/fast_table.h"
@@ -32,19 +33,43 @@ constexpr int longestDistance = 5;
 using LitLenLengths = std::array<uint16_t, deflate::literalSymbols>;
 using DistanceLengths = std::array<uint16_t, deflate::distanceSymbols>;
 
-LitLenLengths litLenLengths() {
-  LitLenLengths lengths;
+struct Codes {
+  LitLenLengths litLen;
+  DistanceLengths distance;
+};
+
+Codes plainCodes() {
+  Codes codes;
   for (int symbol = 0; symbol < deflate::literalSymbols; ++symbol) {
-    lengths[static_cast<size_t>(symbol)] =
+    codes.litLen[static_cast<size_t>(symbol)] =
         static_cast<uint16_t>(deflate::fixedLiteralLength(symbol));
   }
-  return lengths;
+  codes.distance.fill(longestDistance);
+  return codes;
 }
 
-DistanceLengths distanceLengths() {
-  DistanceLengths lengths;
-  lengths.fill(longestDistance);
-  return lengths;
+// Codes that give packed tables entries of every kind: literals short enough to share an entry with
+// the literal or the length behind them, and in both tables codes longer than the root.
+Codes mixedCodes() {
+  Codes codes;
+  const auto litLen = codes.litLen.begin();
+  std::fill_n(litLen, 8, uint16_t{4});
+  std::fill_n(litLen + 8, 120, uint16_t{10});
+  std::fill_n(litLen + 128, 128, uint16_t{13});
+  std::fill(litLen + deflate::endOfBlock, codes.litLen.end(), uint16_t{12});
+  std::fill_n(litLen + deflate::firstLengthSymbol, 8, uint16_t{6});
+  std::fill_n(codes.distance.begin(), 15, uint16_t{5});
+  std::fill(codes.distance.begin() + 15, codes.distance.end(), uint16_t{10});
+  return codes;
+}
+
+// Codes so short that 'a' shares an entry with the match behind it.
+Codes shortCodes(size_t distances) {
+  Codes codes = {};
+  codes.litLen['a'] = 1;
+  codes.litLen[deflate::endOfBlock] = codes.litLen[deflate::firstLengthSymbol] = 2;
+  std::fill_n(codes.distance.begin(), distances, uint16_t{2});
+  return codes;
 }
 
 struct PackedTables {
@@ -52,18 +77,13 @@ struct PackedTables {
   uint32_t distance[distanceTableRoom];
   LitLenLengths lengths;
 
-  PackedTables(const LitLenLengths& litLens, const DistanceLengths& distances) : lengths(litLens) {
+  explicit PackedTables(const Codes& codes) : lengths(codes.litLen) {
     buildLitLenTable(lengths.data(), deflate::literalSymbols, litLen);
-    buildDistanceTable(distances.data(), deflate::distanceSymbols, distance);
+    buildDistanceTable(codes.distance.data(), deflate::distanceSymbols, distance);
   }
 
   operator kernels::InflateTables() const { return {litLen, distance, lengths.data()}; }
 };
-
-kernels::InflateTables packedTables() {
-  static const PackedTables tables(litLenLengths(), distanceLengths());
-  return tables;
-}
 
 test::Code codeOf(const auto& lengths) {
   return test::Code({lengths.begin(), lengths.end()});
@@ -79,11 +99,11 @@ struct Symbols {
 };
 
 // Literals, few or many in a row, and matches of all lengths that reach up to `history` bytes
-// before the output.
-Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) {
-  test::BitWriter header;
+// before the output; the end of the block, and enough source behind it for the loops to see it.
+Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history,
+                      const Codes& codes = plainCodes()) {
   test::BitWriter out;
-  test::BlockWriter block(out, codeOf(litLenLengths()), codeOf(distanceLengths()));
+  test::BlockWriter block(out, codeOf(codes.litLen), codeOf(codes.distance));
   Symbols symbols;
   Bytes all = history;
   const auto note = [&] {
@@ -94,7 +114,8 @@ Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) 
   const size_t literalsForMatch = test::below(random, 4) == 0 ? test::below(random, 60) : 1;
   while (symbols.items.size() < count) {
     if (all.empty() || test::below(random, literalsForMatch + 1) != 0) {
-      all.push_back(static_cast<uint8_t>(random()));
+      const bool oftenUsed = random() % 2 != 0;
+      all.push_back(static_cast<uint8_t>(random() % (oftenUsed ? 8 : 256)));
       symbols.items.push_back({all.back(), 0});
       block.literal(all.back());
     } else {
@@ -108,6 +129,7 @@ Symbols randomSymbols(test::Random& random, size_t count, const Bytes& history) 
     note();
   }
   block.end();
+  out.bytes(Bytes(kernels::inflateSourceMargin));
   symbols.source = out.finished();
   symbols.output.assign(all.begin() + static_cast<ptrdiff_t>(history.size()), all.end());
   return symbols;
@@ -161,34 +183,51 @@ void expectOutput(const Symbols& symbols, const uint8_t* begin, const InflateByt
   ASSERT_TRUE(std::equal(begin, begin + size, symbols.output.begin()));
 }
 
+template <Codes (*codes)()>
 void bytesByPackedTables(InflateInput& in, InflateBytes& out) {
-  kernels::inflate().toBytes(in, out, packedTables());
+  static const PackedTables tables(codes());
+  kernels::inflate().toBytes(in, out, tables);
 }
 
 void bytesByFastTables(InflateInput& in, InflateBytes& out) {
+  const Codes codes = plainCodes();
   uint16_t litLen[1 << longestLitLen];
-  buildFastLitLenTable(litLenLengths().data(), deflate::literalSymbols, longestLitLen, litLen);
+  buildFastLitLenTable(codes.litLen.data(), deflate::literalSymbols, longestLitLen, litLen);
   uint8_t distance[1 << longestDistance];
   uint16_t bases[1 << longestDistance];
-  buildFastDistanceTable(distanceLengths().data(), deflate::distanceSymbols, longestDistance,
-                         distance, bases);
+  buildFastDistanceTable(codes.distance.data(), deflate::distanceSymbols, longestDistance, distance,
+                         bases);
   kernels::inflateFast().toBytes(
       in, out, {litLen, distance, bases, (1 << longestLitLen) - 1, (1 << longestDistance) - 1});
 }
 
-class InflateByteKernels : public testing::TestWithParam<void (*)(InflateInput&, InflateBytes&)> {};
-INSTANTIATE_TEST_SUITE_P(Tables, InflateByteKernels,
-                         testing::Values(bytesByPackedTables, bytesByFastTables));
+struct ByteKernel {
+  const char* name;
+  Codes (*codes)();
+  void (*toBytes)(InflateInput&, InflateBytes&);
+};
+
+void PrintTo(const ByteKernel& kernel, std::ostream* out) {
+  *out << kernel.name;
+}
+
+class InflateByteKernels : public testing::TestWithParam<ByteKernel> {};
+INSTANTIATE_TEST_SUITE_P(
+    Tables, InflateByteKernels,
+    testing::Values(ByteKernel{"packed", plainCodes, bytesByPackedTables<plainCodes>},
+                    ByteKernel{"packed, mixed", mixedCodes, bytesByPackedTables<mixedCodes>},
+                    ByteKernel{"fast", plainCodes, bytesByFastTables}));
 
 TEST_P(InflateByteKernels, FromTheBeginning) {
   test::Random random(1);
   for (int round = 0; round < 200; ++round) {
-    const Symbols symbols = randomSymbols(random, test::below(random, 1500), {});
+    const Symbols symbols =
+        randomSymbols(random, test::below(random, 1500), {}, GetParam().codes());
     const Shape shape = randomShape(random, symbols, symbols.output.size());
     Input input(symbols, shape.source, shape.inHand);
     GuardedBuffer room(shape.room);
     InflateBytes out = {room.data(), room.data(), room.end()};
-    GetParam()(input.in, out);
+    GetParam().toBytes(input.in, out);
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
@@ -200,7 +239,9 @@ TEST(InflateKernels, BytesWithHistory) {
   test::Random random(2);
   const Bytes history = test::randomBytes(32768, 1);
   for (int round = 0; round < 200; ++round) {
-    const Symbols symbols = randomSymbols(random, test::below(random, 3000), history);
+    const Codes codes = round % 2 != 0 ? plainCodes() : mixedCodes();
+    const PackedTables tables(codes);
+    const Symbols symbols = randomSymbols(random, test::below(random, 3000), history, codes);
     const Shape shape = randomShape(random, symbols, symbols.output.size());
     Input input(symbols, shape.source, shape.inHand);
     GuardedBuffer room(shape.room);
@@ -208,7 +249,7 @@ TEST(InflateKernels, BytesWithHistory) {
     GuardedBuffer before(history.size() + 32);
     memcpy(before.data(), history.data(), history.size());
     InflateBytes out = {room.data(), room.data(), room.end()};
-    kernels::inflate().toBytesWithHistory(input.in, out, before.end() - 32, packedTables());
+    kernels::inflate().toBytesWithHistory(input.in, out, before.end() - 32, tables);
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     EXPECT_TRUE(items == symbols.items.size() || input.nearEnd() ||
@@ -222,31 +263,74 @@ TEST_P(InflateByteKernels, BehindOthersInTheRoom) {
   for (const size_t already : {1u, 100u, 32767u, 32768u, 50000u}) {
     const Bytes history = test::randomBytes(already, already);
     for (int round = 0; round < 20; ++round) {
-      const Symbols symbols = randomSymbols(random, test::below(random, 2000), history);
+      const Symbols symbols =
+          randomSymbols(random, test::below(random, 2000), history, GetParam().codes());
       const Shape shape = randomShape(random, symbols, symbols.output.size());
       Input input(symbols, shape.source, shape.inHand);
       GuardedBuffer room(already + shape.room);
       memcpy(room.data(), history.data(), already);
       InflateBytes out = {room.data(), room.data() + already, room.end()};
-      GetParam()(input.in, out);
+      GetParam().toBytes(input.in, out);
       expectOutput(symbols, room.data() + already, out, input.itemsDecoded(symbols));
     }
   }
 }
 
+// Or in front of the literal before it: both may be one entry of the table.
 TEST_P(InflateByteKernels, StopInFrontOfAMatchThatReachesTooFar) {
   test::Random random(4);
   const Bytes history = test::randomBytes(500, 1);
   for (int round = 0; round < 100; ++round) {
-    const Symbols symbols = randomSymbols(random, 500, history);
+    const Symbols symbols = randomSymbols(random, 500, history, GetParam().codes());
     Input input(symbols, symbols.source.size(), 0);
     GuardedBuffer room(symbols.output.size() + 1000);
     InflateBytes out = {room.data(), room.data(), room.end()};
-    GetParam()(input.in, out);
+    GetParam().toBytes(input.in, out);
     const size_t items = input.itemsDecoded(symbols);
     expectOutput(symbols, room.data(), out, items);
     if (items < symbols.items.size() && !input.nearEnd()) {
-      EXPECT_GT(symbols.items[items].offset, symbols.bytes[items]);
+      const size_t at = items + (symbols.items[items].offset == 0 ? 1 : 0);
+      EXPECT_GT(symbols.items.at(at).offset, symbols.bytes[at]);
+    }
+  }
+}
+
+// Where the output grows past the farthest reach, the question whether a match reaches too far is
+// no longer asked: not a byte too early.
+TEST_P(InflateByteKernels, FarthestMatchNeedsAllOfItsReach) {
+  constexpr size_t reach = kernels::inflateReach;
+  constexpr size_t length = 5;
+  const Bytes history = test::randomBytes(reach + 3, 1);
+  for (size_t already = reach - 20; already <= history.size(); ++already) {
+    for (size_t literals = 0; literals < 20; ++literals) {
+      const Codes codes = GetParam().codes();
+      test::BitWriter writer;
+      test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
+      std::vector<size_t> bits = {0};
+      for (size_t i = 0; i < literals; ++i) {
+        block.literal(1);
+        bits.push_back(writer.bitCount());
+      }
+      block.match(length, reach);
+      writer.bytes(Bytes(100));
+      const Bytes& source = writer.finished();
+
+      GuardedBuffer room(already + 1000, GuardedBuffer::Edge::begin);
+      memcpy(room.data(), history.data(), already);
+      InflateInput in = {source.data(), source.data() + source.size(), 0, 0};
+      InflateBytes out = {room.data(), room.data() + already, room.end()};
+      GetParam().toBytes(in, out);
+      const size_t before = already + literals;
+      const uint8_t* const match = room.data() + before;
+      if (before < reach) {
+        const size_t written = static_cast<size_t>(out.dst - room.data()) - already;
+        ASSERT_TRUE(written == literals || written + 1 == literals);
+        const ptrdiff_t consumed = (in.src - source.data()) * 8 - in.count;
+        ASSERT_EQ(static_cast<size_t>(consumed), bits[written]);
+      } else {
+        ASSERT_GE(out.dst, match + length);
+        ASSERT_EQ(memcmp(match, match - reach, length), 0);
+      }
     }
   }
 }
@@ -254,16 +338,12 @@ TEST_P(InflateByteKernels, StopInFrontOfAMatchThatReachesTooFar) {
 // A literal and the match behind it may be one entry of the table. When the match reaches too far,
 // the literal is left with it.
 TEST(InflateKernels, BytesBeforeAMatchThatReachesTooFar) {
-  LitLenLengths litLens = {};
-  litLens['a'] = 1;
-  litLens[deflate::endOfBlock] = litLens[deflate::firstLengthSymbol] = 2;
-  DistanceLengths distances = {};
-  std::fill_n(distances.begin(), 4, uint16_t{2});
-  const PackedTables tables(litLens, distances);
+  const Codes codes = shortCodes(4);
+  const PackedTables tables(codes);
 
   for (size_t literals = 0; literals < 4; ++literals) {
     test::BitWriter writer;
-    test::BlockWriter block(writer, codeOf(litLens), codeOf(distances));
+    test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
     block.literals(std::string(literals, 'a')).match(3, 4).literals(std::string(300, 'a')).end();
     const Bytes source = writer.finished();
     GuardedBuffer room(1000);
@@ -276,17 +356,58 @@ TEST(InflateKernels, BytesBeforeAMatchThatReachesTooFar) {
   }
 }
 
+// The same where the distance is none, whatever is written.
+TEST(InflateKernels, LiteralBeforeAnInvalidDistance) {
+  const Codes codes = shortCodes(3);
+  const PackedTables tables(codes);
+  const Bytes history(kernels::inflateReach + 32);
+
+  for (size_t literals = 0; literals < 12; ++literals) {
+    test::BitWriter writer;
+    test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
+    block.literals(std::string(literals, 'a')).lengthSymbol(deflate::firstLengthSymbol, 0, 0);
+    writer.put(3, 2).bytes(Bytes(100));  // no distance has this code
+    const Bytes& source = writer.finished();
+    const auto expectStopAfter = [&](const InflateInput& in, ptrdiff_t written) {
+      EXPECT_LE(written, static_cast<ptrdiff_t>(literals));
+      EXPECT_GE(written + 1, static_cast<ptrdiff_t>(literals));
+      EXPECT_EQ((in.src - source.data()) * 8 - in.count, written);  // a literal has one bit
+    };
+    const InflateInput begin = {source.data(), source.data() + source.size(), 0, 0};
+
+    GuardedBuffer room(1000);
+    InflateInput in = begin;
+    InflateBytes bytes = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytes(in, bytes, tables);
+    expectStopAfter(in, bytes.dst - room.data());
+
+    in = begin;
+    bytes.dst = room.data();
+    kernels::inflate().toBytesWithHistory(in, bytes, history.data() + kernels::inflateReach,
+                                          tables);
+    expectStopAfter(in, bytes.dst - room.data());
+
+    ZebLZ77Pair pairs[100];
+    in = begin;
+    InflatePairs out = {pairs, pairs + 100};
+    kernels::inflate().toPairs(in, out, tables);
+    expectStopAfter(in, out.dst - pairs);
+  }
+}
+
 TEST(InflateKernels, Pairs) {
   test::Random random(5);
   const Bytes history = test::randomBytes(32768, 1);
   for (int round = 0; round < 200; ++round) {
-    const Symbols symbols = randomSymbols(random, test::below(random, 1500), history);
+    const Codes codes = round % 2 != 0 ? plainCodes() : mixedCodes();
+    const PackedTables tables(codes);
+    const Symbols symbols = randomSymbols(random, test::below(random, 1500), history, codes);
     const Shape shape = randomShape(random, symbols, symbols.items.size());
     Input input(symbols, shape.source, shape.inHand);
     GuardedBuffer room(shape.room * sizeof(ZebLZ77Pair));
     ZebLZ77Pair* const begin = room.as<ZebLZ77Pair>();
     InflatePairs out = {begin, begin + shape.room};
-    kernels::inflate().toPairs(input.in, out, packedTables());
+    kernels::inflate().toPairs(input.in, out, tables);
     const size_t items = input.itemsDecoded(symbols);
     EXPECT_EQ(static_cast<size_t>(out.dst - begin), items);
     if (items > 0) {
