@@ -356,42 +356,59 @@ TEST(InflateKernels, BytesBeforeAMatchThatReachesTooFar) {
   }
 }
 
-// The same where the distance is none, whatever is written.
-TEST(InflateKernels, LiteralBeforeAnInvalidDistance) {
-  const Codes codes = shortCodes(3);
+// Every loop stops behind so many literals or one fewer: the last may be left with what follows.
+void expectStopBehindLiterals(const Codes& codes, const Bytes& source, size_t literals,
+                              int literalBits) {
   const PackedTables tables(codes);
   const Bytes history(kernels::inflateReach + 32);
+  const InflateInput begin = {source.data(), source.data() + source.size(), 0, 0};
+  const auto expectStop = [&](const InflateInput& in, ptrdiff_t written) {
+    EXPECT_LE(written, static_cast<ptrdiff_t>(literals));
+    EXPECT_GE(written + 1, static_cast<ptrdiff_t>(literals));
+    EXPECT_EQ((in.src - source.data()) * 8 - in.count, written * literalBits);
+  };
 
+  GuardedBuffer room(1000);
+  InflateInput in = begin;
+  InflateBytes bytes = {room.data(), room.data(), room.end()};
+  kernels::inflate().toBytes(in, bytes, tables);
+  expectStop(in, bytes.dst - room.data());
+
+  in = begin;
+  bytes.dst = room.data();
+  kernels::inflate().toBytesWithHistory(in, bytes, history.data() + kernels::inflateReach, tables);
+  expectStop(in, bytes.dst - room.data());
+
+  ZebLZ77Pair pairs[100];
+  in = begin;
+  InflatePairs out = {pairs, pairs + 100};
+  kernels::inflate().toPairs(in, out, tables);
+  expectStop(in, out.dst - pairs);
+}
+
+// A source of literals, perhaps the beginning of a match, and a code that stands for nothing.
+Bytes sourceWithInvalidCode(const Codes& codes, size_t literals, char literal, bool match,
+                            uint32_t invalid, int invalidBits) {
+  test::BitWriter writer;
+  test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
+  block.literals(std::string(literals, literal));
+  if (match) block.lengthSymbol(deflate::firstLengthSymbol, 0, 0);
+  for (int bit = invalidBits - 1; bit >= 0; --bit) writer.put(invalid >> bit & 1, 1);
+  return writer.bytes(Bytes(100)).finished();
+}
+
+TEST(InflateKernels, InvalidCodesInRootAndSubtables) {
+  const Codes inRoot = shortCodes(3);
+  Codes inSubtable = mixedCodes();
+  inSubtable.litLen[255] = 0;
   for (size_t literals = 0; literals < 12; ++literals) {
-    test::BitWriter writer;
-    test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
-    block.literals(std::string(literals, 'a')).lengthSymbol(deflate::firstLengthSymbol, 0, 0);
-    writer.put(3, 2).bytes(Bytes(100));  // no distance has this code
-    const Bytes& source = writer.finished();
-    const auto expectStopAfter = [&](const InflateInput& in, ptrdiff_t written) {
-      EXPECT_LE(written, static_cast<ptrdiff_t>(literals));
-      EXPECT_GE(written + 1, static_cast<ptrdiff_t>(literals));
-      EXPECT_EQ((in.src - source.data()) * 8 - in.count, written);  // a literal has one bit
-    };
-    const InflateInput begin = {source.data(), source.data() + source.size(), 0, 0};
-
-    GuardedBuffer room(1000);
-    InflateInput in = begin;
-    InflateBytes bytes = {room.data(), room.data(), room.end()};
-    kernels::inflate().toBytes(in, bytes, tables);
-    expectStopAfter(in, bytes.dst - room.data());
-
-    in = begin;
-    bytes.dst = room.data();
-    kernels::inflate().toBytesWithHistory(in, bytes, history.data() + kernels::inflateReach,
-                                          tables);
-    expectStopAfter(in, bytes.dst - room.data());
-
-    ZebLZ77Pair pairs[100];
-    in = begin;
-    InflatePairs out = {pairs, pairs + 100};
-    kernels::inflate().toPairs(in, out, tables);
-    expectStopAfter(in, out.dst - pairs);
+    expectStopBehindLiterals(inRoot, sourceWithInvalidCode(inRoot, literals, 'a', true, 3, 2),
+                             literals, 1);
+    // The codes behind the last ones, in the same subtable as those.
+    expectStopBehindLiterals(
+        inSubtable, sourceWithInvalidCode(inSubtable, literals, 1, true, 495, 10), literals, 4);
+    expectStopBehindLiterals(
+        inSubtable, sourceWithInvalidCode(inSubtable, literals, 1, false, 6251, 13), literals, 4);
   }
 }
 
