@@ -25,6 +25,8 @@
 
 #include <emmintrin.h>
 
+#include <utility>
+
 #include "kernels/match_run.h"
 
 namespace zebdc::kernels {
@@ -44,6 +46,10 @@ constexpr uint32_t blockMargin = vectorBytes + tailBytes;
 
 // A length of 7 in a block stands for 7 and more.
 constexpr uint32_t openLength = 7;
+
+// A match at the end of a block passes the first places of the next. When those are more than this
+// many, they are entered before that begins.
+constexpr uint32_t mostPassed = blockPlaces / 4;
 
 // Blocks whose pairs passed fewer bytes than this on average measure all places.
 constexpr uint32_t longMatches = 5;
@@ -80,21 +86,28 @@ void rollingHashes(const uint8_t* bytes, uint32_t count, uint16_t* hashes) {
   }
 }
 
-// The places at and behind here, up to blockPlaces of them.
+// Up to blockPlaces places from begin on.
 class Block {
  public:
-  Block(const MatchRun& run, uint32_t count)
-      : here_(run.area + run.at), position_(run.at + run.areaPosition), count_(count) {}
+  Block(const MatchRun& run, uint32_t begin, uint32_t count)
+      : here_(run.area + begin),
+        begin_(begin),
+        position_(begin + run.areaPosition),
+        count_(count) {}
 
   // Steps 1 and 2. A distance of 0 stands for none.
+  //
+  // Eight distances at a time are worked out 32768 too low. Those that are near are then negative
+  // and fit 16 bits; saturation makes the same 0 of all others when 32768 is added again.
   void enter(int32_t* headTable) {
     alignas(16) uint16_t hashes[blockPlaces];
     rollingHashes(here_, count_, hashes);
-    __m128i places =
-        _mm_add_epi32(_mm_set1_epi32(static_cast<int>(position_)), _mm_set_epi32(3, 2, 1, 0));
+    constexpr uint32_t tooFar = maxDistance + 1;
+    __m128i places = _mm_add_epi32(_mm_set1_epi32(static_cast<int>(position_ - tooFar)),
+                                   _mm_set_epi32(3, 2, 1, 0));
     const auto distancesOfFour = [&](uint32_t i) {
       const __m128i candidates = enterFour(headTable, hashes + i, position_ + i);
-      const __m128i distances = nearDistances(places, candidates);
+      const __m128i distances = _mm_sub_epi32(places, candidates);
       places = _mm_add_epi32(places, _mm_set1_epi32(4));
       return distances;
     };
@@ -102,53 +115,56 @@ class Block {
     for (; i + 8 <= count_; i += 8) {
       const __m128i low = distancesOfFour(i);
       const __m128i high = distancesOfFour(i + 4);
-      store16(distances_ + i, _mm_packs_epi32(low, high));
+      store16(distances_ + i, _mm_subs_epu16(_mm_packs_epi32(low, high),
+                                             _mm_set1_epi16(static_cast<int16_t>(tooFar))));
     }
     for (; i < count_; ++i) {
-      const __m128i candidate = enterOne(headTable, hashes[i], position_ + i);
-      const __m128i place = _mm_cvtsi32_si128(static_cast<int>(position_ + i));
-      distances_[i] = static_cast<uint16_t>(_mm_cvtsi128_si32(nearDistances(place, candidate)));
+      const uint32_t position = position_ + i;
+      const int32_t candidate = std::exchange(headTable[hashes[i]], static_cast<int32_t>(position));
+      const uint32_t distance = position - static_cast<uint32_t>(candidate);
+      distances_[i] = static_cast<uint16_t>(distance < tooFar ? distance : 0);
     }
   }
 
-  // Steps 3 and 4.
-  void measure() {
+  // Steps 3 and 4, from a place on.
+  void measure(uint32_t at) {
+    const uint32_t first = (at - begin_) / vectorPlaces * vectorPlaces;
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC unroll 4
 #endif
-    for (uint32_t i = 0; i < count_; ++i) {
+    for (uint32_t i = first; i < count_; ++i) {
       const uint64_t difference =
           load<uint64_t>(here_ + i) ^ load<uint64_t>(here_ + i - distances_[i]);
       // The bit above keeps the count of zero bits below 64.
       equalBits_[i] = static_cast<uint8_t>(std::countr_zero(difference | uint64_t{1} << 63));
     }
-    for (uint32_t i = 0; i < count_; i += vectorPlaces) makePairs(i);
+    for (uint32_t i = first; i < count_; i += vectorPlaces) makePairs(i);
   }
 
-  // Step 5, behind measure. Returns the places passed, which may be more than the block has.
-  uint32_t pickMeasured(MatchRun& run) const {
+  // Step 5, behind measure: from run.at to the block's end, which the last match may pass.
+  void pickMeasured(MatchRun& run) const {
     ZebLZ77Pair* out = run.pairs;
-    uint32_t i = 0;
+    uint32_t i = run.at - begin_;
     while (i < count_) {
       *out = pairs_[i];
       uint32_t step = steps_[i];
       if (step == openLength) {
         const uint8_t* const at = here_ + i + step;
         step += commonLength(at, at - out->offset,
-                             lengthLimit(run, run.at + i, tailBytes) - openLength);
+                             lengthLimit(run, begin_ + i, tailBytes) - openLength);
         out->length = static_cast<uint16_t>(step);
       }
       ++out;
       i += step;
     }
     run.pairs = out;
-    return i;
+    run.at = begin_ + i;
   }
 
   // Step 5 with measuring.
-  uint32_t pick(MatchRun& run) const {
+  void pick(MatchRun& run) const {
     ZebLZ77Pair* out = run.pairs;
-    uint32_t i = 0;
+    uint32_t i = run.at - begin_;
     while (i < count_) {
       const uint8_t* const at = here_ + i;
       const uint32_t distance = distances_[i];
@@ -161,38 +177,29 @@ class Block {
       uint32_t length = static_cast<uint32_t>(std::countr_zero(difference)) / 8;
       if (length == 8) {
         length +=
-            commonLength(at + 8, at + 8 - distance, lengthLimit(run, run.at + i, tailBytes) - 8);
+            commonLength(at + 8, at + 8 - distance, lengthLimit(run, begin_ + i, tailBytes) - 8);
       }
       *out++ = matchPair({length, distance});
       i += length;
     }
     run.pairs = out;
-    return i;
+    run.at = begin_ + i;
   }
 
  private:
-  // Enters a place and returns its candidate in the lowest of four lanes.
-  static __m128i enterOne(int32_t* headTable, uint16_t hash, uint32_t position) {
-    int32_t& head = headTable[hash];
-    const __m128i candidate = _mm_cvtsi32_si128(head);
-    head = static_cast<int32_t>(position);
-    return candidate;
-  }
-
   // Each is entered before the next is looked up, so equal strings among the four find one another.
   static __m128i enterFour(int32_t* headTable, const uint16_t* hashes, uint32_t position) {
-    const __m128i first = enterOne(headTable, hashes[0], position);
-    const __m128i second = enterOne(headTable, hashes[1], position + 1);
-    const __m128i third = enterOne(headTable, hashes[2], position + 2);
-    const __m128i fourth = enterOne(headTable, hashes[3], position + 3);
+    const auto enterOne = [&](uint32_t i) {
+      int32_t& head = headTable[hashes[i]];
+      const __m128i candidate = _mm_cvtsi32_si128(head);
+      head = static_cast<int32_t>(position + i);
+      return candidate;
+    };
+    const __m128i first = enterOne(0);
+    const __m128i second = enterOne(1);
+    const __m128i third = enterOne(2);
+    const __m128i fourth = enterOne(3);
     return _mm_unpacklo_epi64(_mm_unpacklo_epi32(first, second), _mm_unpacklo_epi32(third, fourth));
-  }
-
-  // How far back the candidates of four places lie, or 0 where that is too far.
-  static __m128i nearDistances(__m128i places, __m128i candidates) {
-    const __m128i distances = _mm_sub_epi32(places, candidates);
-    const __m128i near = _mm_cmpeq_epi32(_mm_srli_epi32(distances, hashBits), _mm_setzero_si128());
-    return _mm_and_si128(distances, near);
   }
 
   // From the distances and lengths of 16 places their pairs and steps.
@@ -222,6 +229,7 @@ class Block {
   }
 
   const uint8_t* here_;
+  uint32_t begin_;
   uint32_t position_;
   uint32_t count_;
   alignas(16) uint16_t distances_[blockPlaces];
@@ -246,31 +254,40 @@ void insert(MatchRun& run, int32_t* headTable) {
   }
 }
 
-void passBlock(MatchRun& run, int32_t* headTable, uint32_t count, uint32_t passed) {
-  MatchRun rest = run;
-  rest.at = run.at + count;
-  rest.stop = run.at + passed;
-  insert(rest, headTable);
-  run.at += passed;
+// Enters the places from one on that have been passed.
+void enterPassed(const MatchRun& run, int32_t* headTable, uint32_t from) {
+  MatchRun passed = run;
+  passed.at = from;
+  passed.stop = run.at;
+  insert(passed, headTable);
 }
 
 void findByBlocks(MatchRun& run, int32_t* headTable) {
   bool matchesAreLong = false;
+  uint32_t begin = run.at;  // of the next block: the first place that is not in the table
   while (more(run) && run.at + blockMargin < run.end) {
-    const uint32_t count = surePlaces(run, std::min(blockPlaces, run.end - blockMargin - run.at));
-    const ZebLZ77Pair* const before = run.pairs;
-    Block block(run, count);
-    block.enter(headTable);
-    uint32_t passed;
-    if (matchesAreLong) {
-      passed = block.pick(run);
-    } else {
-      block.measure();
-      passed = block.pickMeasured(run);
+    if (run.at - begin > mostPassed) {
+      enterPassed(run, headTable, begin);
+      begin = run.at;
     }
-    matchesAreLong = static_cast<uint32_t>(run.pairs - before) * longMatches < passed;
-    passBlock(run, headTable, count, passed);
+    const uint32_t passed = run.at - begin;
+    const uint32_t count =
+        passed + surePlaces(run, std::min(blockPlaces - passed, run.end - blockMargin - run.at));
+    const ZebLZ77Pair* const pairsBefore = run.pairs;
+    const uint32_t atBefore = run.at;
+    Block block(run, begin, count);
+    block.enter(headTable);
+    begin += count;
+    if (matchesAreLong) {
+      block.pick(run);
+    } else {
+      block.measure(run.at);
+      block.pickMeasured(run);
+    }
+    matchesAreLong =
+        static_cast<uint32_t>(run.pairs - pairsBefore) * longMatches < run.at - atBefore;
   }
+  enterPassed(run, headTable, begin);
 }
 
 // As the rule says it, one pair after the other.
@@ -291,7 +308,9 @@ void findOneByOne(MatchRun& run, int32_t* headTable) {
       ++run.at;
     } else {
       *run.pairs++ = matchPair({length, distance});
-      passBlock(run, headTable, 1, length);
+      const uint32_t next = run.at + 1;
+      run.at += length;
+      enterPassed(run, headTable, next);
     }
   }
 }
