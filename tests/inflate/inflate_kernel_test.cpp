@@ -335,6 +335,42 @@ TEST_P(InflateByteKernels, FarthestMatchNeedsAllOfItsReach) {
   }
 }
 
+// A turn of the loop writes the most with three entries of two literals, and one of a literal and
+// the longest match. The room may end with any byte of them.
+TEST(InflateKernels, FullestTurnStaysInTheRoom) {
+  Codes codes = {};
+  codes.litLen['a'] = 1;
+  codes.litLen[deflate::endOfBlock] = codes.litLen[deflate::literalSymbols - 1] = 2;
+  codes.distance[8] = 1;  // of 17, from where on matches are copied by the widest steps
+  const PackedTables tables(codes);
+  test::BitWriter writer;
+  test::BlockWriter block(writer, codeOf(codes.litLen), codeOf(codes.distance));
+  block.literals(std::string(24, 'a'));
+  for (int turn = 0; turn < 40; ++turn) block.literals("aaaaaaa").match(258, 17);
+  const Bytes source = writer.finished();
+  for (size_t size = 0; size < 1300; ++size) {
+    GuardedBuffer room(size);
+    InflateInput in = {source.data(), source.data() + source.size(), 0, 0};
+    InflateBytes out = {room.data(), room.data(), room.end()};
+    kernels::inflate().toBytes(in, out, tables);
+    EXPECT_LT(out.end - out.dst, kernels::inflateBytesMargin);
+    EXPECT_TRUE(std::all_of(room.data(), out.dst, [](uint8_t byte) { return byte == 'a'; }));
+  }
+  for (size_t size = 0; size < 60; ++size) {
+    GuardedBuffer room(size * sizeof(ZebLZ77Pair));
+    ZebLZ77Pair* const begin = room.as<ZebLZ77Pair>();
+    InflateInput in = {source.data(), source.data() + source.size(), 0, 0};
+    InflatePairs out = {begin, begin + size};
+    kernels::inflate().toPairs(in, out, tables);
+    EXPECT_LT(out.end - out.dst, kernels::inflatePairsMargin);
+    for (const ZebLZ77Pair* pair = begin; pair != out.dst; ++pair) {
+      const bool isMatch = pair - begin > 24 && (pair - begin) % 8 == 7;
+      EXPECT_EQ(pair->length, isMatch ? 258 : 'a');
+      EXPECT_EQ(pair->offset, isMatch ? 17 : 0);
+    }
+  }
+}
+
 // A literal and the match behind it may be one entry of the table. When the match reaches too far,
 // the literal is left with it.
 TEST(InflateKernels, BytesBeforeAMatchThatReachesTooFar) {
