@@ -253,24 +253,34 @@ TEST_P(MatchFinderTest, ARunIsALiteralAndMatchesOfDistanceOne) {
   EXPECT_EQ(result.pairs[1].length, 258);
 }
 
+// Wherever in its call the string comes again, and however many bytes follow it.
 TEST_P(MatchFinderTest, MatchesReachBackUpTo32767Bytes) {
+  const Bytes text = test::fromText("A unique string of some length");
   for (const size_t gap : {size_t{32766}, size_t{32767}, size_t{32768}}) {
-    const Encoder encoder(level());
-    Bytes first = test::fromText("A unique string");
-    first.resize(gap, 0);
-    // Nothing in between shares a hash with the string.
-    const Bytes second = test::fromText("A unique string of some length");
-    size_t at = 0;
-    while (at < first.size()) {
-      at += static_cast<size_t>(
-          call(encoder, std::span<const uint8_t>(first).subspan(at), 30000, 0).consumed);
-    }
-    const CallResult result = call(encoder, second, 100, 0);
-    if (gap == 32768) {
-      EXPECT_EQ(result.pairs[0].offset, 0);
-    } else {
-      EXPECT_EQ(result.pairs[0].length, 15);
-      EXPECT_EQ(result.pairs[0].offset, gap);
+    for (size_t before = 0; before < 20; ++before) {
+      for (const size_t size : {size_t{19}, text.size()}) {
+        const Encoder encoder(level());
+        Bytes first = test::fromText("A unique string");
+        first.resize(gap - before, 0);
+        // Nothing in between shares a hash with the string.
+        Bytes second(before, 0);
+        second.insert(second.end(), text.begin(), text.begin() + static_cast<ptrdiff_t>(size));
+        size_t at = 0;
+        while (at < first.size()) {
+          at += static_cast<size_t>(
+              call(encoder, std::span<const uint8_t>(first).subspan(at), 30000, 0).consumed);
+        }
+        const CallResult result = call(encoder, second, 100, 0);
+        const ZebLZ77Pair* pair = result.pairs.data();
+        for (at = 0; at < before; ++pair) at += pair->offset == 0 ? 1 : pair->length;
+        ASSERT_EQ(at, before);
+        if (gap == 32768) {
+          EXPECT_EQ(pair->offset, 0);
+        } else {
+          EXPECT_EQ(pair->length, 15);
+          EXPECT_EQ(pair->offset, gap);
+        }
+      }
     }
   }
 }
