@@ -16,12 +16,17 @@
 // Where matches are long, most of what 3 and 4 find is never picked. There a block measures matches
 // as it picks them, after step 2.
 //
+// The next block begins where the last one ended, with the places that its last match passes: they
+// enter the table with the others, and picking begins behind them.
+//
 // The branches that had to go: compilers make one of "distance if it is near, else 0" and of "match
 // or literal", and either costs as much as the rest of its step. Blocks of 64 or 256 places are
 // slower than those of 128. Comparing 16 bytes at once where long matches are picked gains nothing,
-// nor does turning the lengths of one group of places into pairs while the next is compared. A
-// table of 16-bit positions is half as large, and slower on six of seven files (Zen 3). Compiled
-// for AVX2 the same code is 1 % faster on average, too little for a tier of its own.
+// nor does turning the lengths of one group of places into pairs while the next is compared. Where
+// long matches are picked it is slower, too, to fetch the candidates' bytes ahead, to pick without
+// branches, and to look candidates up only for the places that are picked. A table of 16-bit
+// positions is half as large, and slower on six of seven files (Zen 3). Compiled for AVX2 the same
+// code is 1 % faster on average, too little for a tier of its own.
 
 #include <emmintrin.h>
 
