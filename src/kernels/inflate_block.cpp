@@ -34,7 +34,8 @@
 // Tried and dropped:
 //   - choosing between room and history for each match without a branch, which saves the copy that
 //     decoding beside the history takes (as the callers do where they can): 3 % faster on an idle
-//     core, but 2 to 7 % slower on one that shares its units with another thread, and on Zen 4;
+//     core of Zen 3, up to 2 % slower on one that shares its units with another thread, and 7 %
+//     slower on Zen 4;
 //   - three literals between topping up, and testing before topping up a second time: 1 % slower;
 //   - single symbols in all entries: up to 20 % slower on text.
 
